@@ -1,0 +1,51 @@
+// ALog: a named log sink writing lines to a file and/or the console.
+// Thread-safe: many component logs on many threads write through one ALog;
+// each line is written and flushed under the log's mutex. The ALog does not
+// own the FILE* it is given (the process keeps its log file open for life).
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+class ALog {
+public:
+    // Severity levels; a message is written when its level is at most the
+    // log's threshold. The threshold comes from GDS_LOG_LEVEL (default kInfo),
+    // so per-request trace lines cost nothing unless asked for.
+    enum Level { kError = 1, kWarning = 2, kInfo = 3, kTrace = 4 };
+
+    explicit ALog(const char* name);
+    // `file` may be null (a log file that could not be opened): the log then
+    // writes to the console only, when echo is on.
+    ALog(const char* name, FILE* file);
+    virtual ~ALog() = default;
+
+    ALog(const ALog&) = delete;
+    ALog& operator=(const ALog&) = delete;
+
+    void setEchoToConsole(bool echo) { m_echo = echo; }
+    void setShowTimestamp(bool show) { m_timestamp = show; }
+    void setLevel(int level) { m_level = level; }
+    int getLevel() const { return m_level; }
+    bool isEnabled(int level) const { return level <= m_level && (m_file != nullptr || m_echo); }
+    const char* getName() const { return m_name.c_str(); }
+
+    // Writes one message from `component`; a line end is added when the
+    // message does not end with one.
+    void write(int level, const char* component, const char* message);
+    void vlog(int level, const char* component, const char* format, va_list args);
+    void flush();
+
+    // A log that writes nothing; what unattached component logs fall back to.
+    static ALog& nullLog();
+
+private:
+    std::string m_name;
+    FILE* m_file;
+    bool m_echo = false;
+    bool m_timestamp = false;
+    int m_level;
+    std::mutex m_mutex;
+};

@@ -1,0 +1,116 @@
+#include "ALog.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/time.h>
+#include <vector>
+
+namespace {
+int levelFromEnvironment()
+{
+    const char* v = getenv("GDS_LOG_LEVEL");
+    if (v == nullptr || *v == '\0') {
+        return ALog::kInfo;
+    }
+    char* end = nullptr;
+    long n = strtol(v, &end, 10);
+    if (end == v || *end != '\0' || n < 0 || n > 9) {
+        return ALog::kInfo;
+    }
+    return static_cast<int>(n);
+}
+
+const char* levelName(int level)
+{
+    switch (level) {
+    case ALog::kError:
+        return "ERROR";
+    case ALog::kWarning:
+        return "WARN";
+    case ALog::kInfo:
+        return "INFO";
+    default:
+        return "TRACE";
+    }
+}
+}  // namespace
+
+ALog::ALog(const char* name) : ALog(name, nullptr) {}
+
+ALog::ALog(const char* name, FILE* file)
+    : m_name(name != nullptr ? name : ""), m_file(file), m_level(levelFromEnvironment())
+{
+}
+
+ALog& ALog::nullLog()
+{
+    static ALog* log = [] {
+        ALog* l = new ALog("null");
+        l->setLevel(0);
+        return l;
+    }();
+    return *log;
+}
+
+void ALog::vlog(int level, const char* component, const char* format, va_list args)
+{
+    if (!isEnabled(level) || format == nullptr) {
+        return;
+    }
+    char small[512];
+    va_list copy;
+    va_copy(copy, args);
+    int n = vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (n < 0) {
+        return;
+    }
+    if (static_cast<size_t>(n) < sizeof small) {
+        write(level, component, small);
+        return;
+    }
+    std::vector<char> big(static_cast<size_t>(n) + 1);
+    vsnprintf(big.data(), big.size(), format, args);
+    write(level, component, big.data());
+}
+
+void ALog::write(int level, const char* component, const char* message)
+{
+    if (!isEnabled(level) || message == nullptr) {
+        return;
+    }
+    char stamp[40] = "";
+    if (m_timestamp) {
+        struct timeval tv;
+        gettimeofday(&tv, nullptr);
+        struct tm tmv;
+        localtime_r(&tv.tv_sec, &tmv);
+        size_t len = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tmv);
+        snprintf(stamp + len, sizeof stamp - len, ".%03ld ", static_cast<long>(tv.tv_usec / 1000));
+    }
+    size_t mlen = strlen(message);
+    const char* eol = (mlen > 0 && message[mlen - 1] == '\n') ? "" : "\n";
+    const char* comp = component != nullptr ? component : "";
+
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_file != nullptr) {
+        fprintf(m_file, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, message, eol);
+        fflush(m_file);
+    }
+    if (m_echo) {
+        fprintf(stdout, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, message, eol);
+        fflush(stdout);
+    }
+}
+
+void ALog::flush()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_file != nullptr) {
+        fflush(m_file);
+    }
+    if (m_echo) {
+        fflush(stdout);
+    }
+}

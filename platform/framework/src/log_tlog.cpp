@@ -1,0 +1,37 @@
+#include "log_tlog.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "PlatformRoot.h"
+
+extern "C" void log_tlog(int level, const char* format, ...)
+{
+    if (format == nullptr) {
+        return;
+    }
+    char line[1100];
+    int head = snprintf(line, sizeof line, "%d ", level);
+    va_list args;
+    va_start(args, format);
+    vsnprintf(line + head, sizeof line - static_cast<size_t>(head) - 1, format, args);
+    va_end(args);
+    size_t len = strlen(line);
+    if (len == 0 || line[len - 1] != '\n') {
+        line[len++] = '\n';
+    }
+    // Opened per call: the trace log is rare next to request work, and a
+    // per-call open follows GDS_ROOT and survives log rotation.
+    std::string path = PlatformRoot::path("/var/log/tlog");
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return;
+    }
+    ssize_t ignored = write(fd, line, len);
+    (void)ignored;
+    close(fd);
+}

@@ -1,0 +1,23 @@
+// PlatformRoot: maps an absolute controller path ("/etc/product", "/tmp/...")
+// onto the platform root named by GDS_ROOT ("/" when unset), so a developer
+// machine or a test runs the controller's file layout inside one folder.
+// Thread-safe: stateless; GDS_ROOT is read on every call so tests may switch it.
+#pragma once
+
+#include <string>
+
+class PlatformRoot {
+public:
+    // The root folder without a trailing slash; "" when the root is "/".
+    static std::string root();
+
+    // The host path of controller path `path`. An absolute path gets the root
+    // prepended; a relative path is returned unchanged.
+    static std::string path(const char* path);
+    static std::string path(const std::string& path) { return PlatformRoot::path(path.c_str()); }
+
+    // Whether the root is usable inside a shell command line: only letters,
+    // digits and "/._-+" are allowed. Tool paths built with path() go into
+    // command lines, so the server refuses to start on any other root.
+    static bool isShellSafe();
+};

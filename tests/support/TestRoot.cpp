@@ -1,0 +1,116 @@
+#include "TestRoot.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+std::string envOr(const char* name, const std::string& fallback)
+{
+    const char* v = getenv(name);
+    return (v != nullptr && *v != '\0') ? v : fallback;
+}
+
+int runCommand(const std::string& cmd)
+{
+    return system(cmd.c_str());
+}
+}  // namespace
+
+std::string TestRoot::binDir()
+{
+    return envOr("GDS_BIN_DIR", "build/bin");
+}
+
+std::string TestRoot::libDir()
+{
+    return envOr("GDS_LIB_DIR", "build/lib");
+}
+
+std::string TestRoot::simRoot()
+{
+    return envOr("GDS_SIM_ROOT", "sim/root");
+}
+
+TestRoot::TestRoot(bool seedFromSim)
+{
+    std::string base = envOr("GDS_TEST_TMP", "test-roots");
+    mkdir(base.c_str(), 0755);
+    std::string name = "root-";
+    if (const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info()) {
+        name += std::string(info->test_suite_name()) + "." + info->name() + "-";
+    }
+    for (char& c : name) {
+        if (c == '/' || c == ' ') {
+            c = '_';
+        }
+    }
+    std::string tmpl = base + "/" + name + "XXXXXX";
+    std::string buf = tmpl;
+    if (mkdtemp(&buf[0]) == nullptr) {
+        ADD_FAILURE() << "mkdtemp failed for " << tmpl;
+    }
+    m_dir = buf;
+    if (seedFromSim) {
+        EXPECT_EQ(0, runCommand("cp -a '" + simRoot() + "/.' '" + m_dir + "/'"));
+    }
+    if (const char* old = getenv("GDS_ROOT")) {
+        m_hadRoot = true;
+        m_savedRoot = old;
+    }
+    setenv("GDS_ROOT", m_dir.c_str(), 1);
+}
+
+TestRoot::~TestRoot()
+{
+    if (m_hadRoot) {
+        setenv("GDS_ROOT", m_savedRoot.c_str(), 1);
+    } else {
+        unsetenv("GDS_ROOT");
+    }
+    // Keep the root of a failed test for a post-mortem.
+    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    if (info == nullptr || !info->result()->Failed()) {
+        runCommand("rm -rf '" + m_dir + "'");
+    }
+}
+
+std::string TestRoot::path(const std::string& controllerPath) const
+{
+    if (!controllerPath.empty() && controllerPath[0] == '/') {
+        return m_dir + controllerPath;
+    }
+    return m_dir + "/" + controllerPath;
+}
+
+void TestRoot::makeDirs(const std::string& controllerPath) const
+{
+    runCommand("mkdir -p '" + path(controllerPath) + "'");
+}
+
+std::string TestRoot::writeFile(const std::string& controllerPath, const std::string& content) const
+{
+    std::string p = path(controllerPath);
+    std::string dir = p.substr(0, p.find_last_of('/'));
+    runCommand("mkdir -p '" + dir + "'");
+    std::ofstream out(p, std::ios::binary | std::ios::trunc);
+    out << content;
+    return p;
+}
+
+std::string TestRoot::readFile(const std::string& controllerPath) const
+{
+    std::ifstream in(path(controllerPath), std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+bool TestRoot::exists(const std::string& controllerPath) const
+{
+    return access(path(controllerPath).c_str(), F_OK) == 0;
+}

@@ -1,0 +1,36 @@
+// TestRoot: a throwaway platform root for one test. Creates a unique folder
+// under $GDS_TEST_TMP (the build tree's test-roots), optionally seeded with a
+// copy of the simulated controller (sim/root), points GDS_ROOT at it for this
+// process and removes it again when the test ends. One per test, main thread.
+#pragma once
+
+#include <string>
+
+class TestRoot {
+public:
+    // seedFromSim: copy sim/root into the new root first.
+    explicit TestRoot(bool seedFromSim = false);
+    ~TestRoot();
+    TestRoot(const TestRoot&) = delete;
+    TestRoot& operator=(const TestRoot&) = delete;
+
+    const std::string& dir() const { return m_dir; }
+    // Host path of a controller path inside this root ("/etc/product" -> <dir>/etc/product).
+    std::string path(const std::string& controllerPath) const;
+    // Writes a file (creating its folders); returns its host path.
+    std::string writeFile(const std::string& controllerPath, const std::string& content) const;
+    // Reads a whole file; "" when it does not exist.
+    std::string readFile(const std::string& controllerPath) const;
+    bool exists(const std::string& controllerPath) const;
+    void makeDirs(const std::string& controllerPath) const;
+
+    // Folders of the build, from the test environment.
+    static std::string binDir();  // build/bin
+    static std::string libDir();  // build/lib
+    static std::string simRoot();  // sim/root
+
+private:
+    std::string m_dir;
+    std::string m_savedRoot;
+    bool m_hadRoot = false;
+};
