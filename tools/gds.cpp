@@ -1,1 +1,35 @@
-int main() { return 0; }
+// The data server's process entry: one GUIDataServer, initialised from the
+// process arguments, then started (start() never returns).
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "GUIDataServer.h"
+#include "PlatformRoot.h"
+
+int main(int argc, char** argv)
+{
+    // A web server that hangs up mid-reply must not end the process: writes
+    // to a closed connection fail with EPIPE instead.
+    signal(SIGPIPE, SIG_IGN);
+    // Controller paths (and tool paths inside command lines) are placed
+    // under the platform root; a root that a shell would split is refused.
+    if (!PlatformRoot::isShellSafe()) {
+        fprintf(stderr, "GDS_ROOT \"%s\" may only hold letters, digits and \"/._-+\"\n", PlatformRoot::root().c_str());
+        return 1;
+    }
+    GUIDataServer* server = new GUIDataServer();
+    try {
+        server->initialize(argc, argv);
+    } catch (const char* message) {
+        printf("%s\n", message != nullptr ? message : "");
+        fflush(stdout);
+        return 1;
+    }
+    if (server->helpShown()) {
+        return 0;
+    }
+    fflush(stdout);
+    server->start();
+    return 1;  // start() does not return
+}

@@ -23,22 +23,22 @@ int runCommand(const std::string& cmd)
 
 std::string TestRoot::binDir()
 {
-    return envOr("GDS_BIN_DIR", "build/bin");
+    return envOr("GDS_BIN_DIR", GDS_BUILD_DIR "/bin");
 }
 
 std::string TestRoot::libDir()
 {
-    return envOr("GDS_LIB_DIR", "build/lib");
+    return envOr("GDS_LIB_DIR", GDS_BUILD_DIR "/lib");
 }
 
 std::string TestRoot::simRoot()
 {
-    return envOr("GDS_SIM_ROOT", "sim/root");
+    return envOr("GDS_SIM_ROOT", GDS_SOURCE_DIR "/sim/root");
 }
 
 TestRoot::TestRoot(bool seedFromSim)
 {
-    std::string base = envOr("GDS_TEST_TMP", "test-roots");
+    std::string base = envOr("GDS_TEST_TMP", GDS_BUILD_DIR "/test-roots");
     mkdir(base.c_str(), 0755);
     std::string name = "root-";
     if (const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info()) {
@@ -113,4 +113,14 @@ std::string TestRoot::readFile(const std::string& controllerPath) const
 bool TestRoot::exists(const std::string& controllerPath) const
 {
     return access(path(controllerPath).c_str(), F_OK) == 0;
+}
+
+std::string TestRoot::caseName(const char* what)
+{
+    std::string name;
+    for (const char* p = what; p != nullptr && *p != '\0'; ++p) {
+        bool ok = (*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || (*p >= '0' && *p <= '9');
+        name += ok ? *p : '_';
+    }
+    return name.empty() ? "case" : name;
 }

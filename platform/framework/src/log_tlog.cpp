@@ -3,7 +3,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <string>
 #include <unistd.h>
 
@@ -28,6 +30,12 @@ extern "C" void log_tlog(int level, const char* format, ...)
     // per-call open follows GDS_ROOT and survives log rotation.
     std::string path = PlatformRoot::path("/var/log/tlog");
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0 && errno == ENOENT) {
+        // A fresh platform root may lack the log folder.
+        mkdir(PlatformRoot::path("/var").c_str(), 0755);
+        mkdir(PlatformRoot::path("/var/log").c_str(), 0755);
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    }
     if (fd < 0) {
         return;
     }

@@ -1,0 +1,105 @@
+// ConnectionHandler: serves one client connection on its own thread: reads a
+// framed request (legacy or next-generation layout), processes it through the
+// connection's agents and flushes the reply, until the first read failure;
+// then it deletes itself. Everything here is used by that one thread only
+// (construction happens on the accept loop before the thread starts). Owns
+// its socket copy, request buffers, tokenizer and data handlers.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "AComponentLog.h"
+#include "AThread.h"
+#include "GUIDataSocket.h"
+#include "RequestToken.h"
+#include "RequestTokenizer.h"
+#include "TokenMap.h"
+
+class ConnectionManager;
+class DataAgent;
+class DataHandler;
+class GUIDataHandler;
+class GUIDataServer;
+
+// The decoded JSON header of a next-generation request. Strings are heap
+// copies (or null) that the caller releases with freeGDSProtoHeaderFields.
+struct gds_params {
+    int privilege;
+    char* magic;
+    char* command;
+    char* username;
+    char* interface;
+};
+
+// Decodes the JSON header: 0 on success, -1 when `json` is not JSON (or a
+// pointer is null). Keys of the wrong type count as absent.
+int getGDSProtoHeaderFields(char* json, gds_params* out);
+void freeGDSProtoHeaderFields(gds_params* params);
+
+class ConnectionHandler : public AThread {
+public:
+    static const int kBufferSize = 8096;  // the longest request text accepted
+    static const int kUserNameSize = 128;
+    static const int kInterfaceNameSize = 32;
+
+    ConnectionHandler(ConnectionManager& manager, GUIDataSocket& socket, bool nxtGenPort);
+    ~ConnectionHandler() override;
+
+    void setLog(ALog& log);
+    // Starts the connection's thread; false when it could not be created.
+    bool startProcessing();
+    // The request loop; deletes this handler when the connection ends.
+    void run() override;
+
+    char* nextRequest();
+    char* inReqLegacySrvPort();
+    char* inReqNxtGenSrvPort();
+    void socketReadFailed(const char* what);
+
+    GUIDataSocket& getSocket() { return m_socket; }
+    ConnectionManager& getConnectionManager() { return m_manager; }
+    GUIDataServer& getServer();
+    int getPrivileges() const { return privileges; }
+    int getRawReply() const { return rawReply; }
+    char* getAuditUserName() { return auditUserName; }
+    char* getAuditInterfaceName() { return auditInterfaceName; }
+    const char* getRequest() const { return requestBuffer; }
+    std::vector<DataHandler*>& getDataHandlers() { return m_dataHandlers; }
+    AComponentLog& getLog() { return m_log; }
+
+    // Request processing.
+    DataAgent* getDataAgentFor(std::string& property);
+    int processRequest();
+    std::string parseForSet(std::vector<RequestToken>& tokens, std::vector<std::string>& names, TokenMap& arguments);
+    void parseForGet(std::string& request, std::vector<std::string>& items);
+    void parseForArgs(std::string& item, std::string& name, std::string& extra);
+    void parsePropertyTokens(const std::string& text, std::vector<std::string>& out);
+
+private:
+    // Strips trailing line ends (byte 10) from the request text.
+    void trimLineEnds();
+    void splitPrivilegeWord(int word);
+    // Launch-document and capture-file requests: one agent writes a raw document.
+    void processDocument(std::string& name, std::string& extra);
+    // Writes the reply strings for an exception; `message` is formatted into
+    // a 1023-byte buffer.
+    void writeErrorReply(const char* format, const char* message);
+
+    ConnectionManager& m_manager;
+    GUIDataSocket m_socket;
+    bool nxtGenPort;
+    bool stopRequested;
+    int bufferSize;
+    char* requestBuffer;
+    int privileges;
+    char* auditUserName;
+    char* auditInterfaceName;
+    int rawReply;
+    AComponentLog m_log;
+    std::vector<DataHandler*> m_dataHandlers;
+    int requestCount;
+    GUIDataHandler* m_guiDataHandler;
+    RequestTokenizer m_tokenizer;
+};

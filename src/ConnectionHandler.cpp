@@ -1,0 +1,680 @@
+#include "ConnectionHandler.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <cjson/cJSON.h>
+
+#include "ConnectionManager.h"
+#include "DataAgent.h"
+#include "DataHandler.h"
+#include "GUIDataHandler.h"
+#include "HandlerFactory.h"
+#include "ProcessingException.h"
+#include "RequestFormatException.h"
+#include "SecurityException.h"
+#include "gds_debug_log.h"
+
+namespace {
+const char kMagic[] = "BEEF";
+
+char* dupString(const char* s)
+{
+    return s != nullptr ? strdup(s) : nullptr;
+}
+
+// Copies at most size - 1 characters of `src` into a zeroed `dst`.
+void copyName(char* dst, int size, const char* src)
+{
+    memset(dst, 0, static_cast<size_t>(size));
+    if (src != nullptr) {
+        strncpy(dst, src, static_cast<size_t>(size) - 1);
+    }
+}
+}  // namespace
+
+int getGDSProtoHeaderFields(char* json, gds_params* out)
+{
+    if (json == nullptr || out == nullptr) {
+        return -1;
+    }
+    memset(out, 0, sizeof *out);
+    cJSON* root = cJSON_Parse(json);
+    if (root == nullptr) {
+        return -1;
+    }
+    // cJSON_GetObjectItem matches keys case-insensitively; the header's keys
+    // are matched exactly.
+    cJSON* item = cJSON_GetObjectItemCaseSensitive(root, "Magic");
+    if (cJSON_IsString(item)) {
+        out->magic = dupString(item->valuestring);
+    }
+    item = cJSON_GetObjectItemCaseSensitive(root, "Privilege");
+    if (cJSON_IsNumber(item)) {
+        // valueint saturates doubles outside the int range; a privilege
+        // word above 0x7FFFFFFF arrives as its unsigned value.
+        double d = item->valuedouble;
+        if (d >= 2147483648.0 && d <= 4294967295.0) {
+            out->privilege = static_cast<int>(static_cast<unsigned int>(d));
+        } else {
+            out->privilege = item->valueint;
+        }
+    }
+    item = cJSON_GetObjectItemCaseSensitive(root, "Command");
+    if (cJSON_IsString(item)) {
+        out->command = dupString(item->valuestring);
+    }
+    item = cJSON_GetObjectItemCaseSensitive(root, "Username");
+    if (cJSON_IsString(item)) {
+        out->username = dupString(item->valuestring);
+    }
+    item = cJSON_GetObjectItemCaseSensitive(root, "Interface");
+    if (cJSON_IsString(item)) {
+        out->interface = dupString(item->valuestring);
+    }
+    cJSON_Delete(root);
+    return 0;
+}
+
+void freeGDSProtoHeaderFields(gds_params* params)
+{
+    if (params == nullptr) {
+        return;
+    }
+    free(params->magic);
+    free(params->command);
+    free(params->username);
+    free(params->interface);
+    memset(params, 0, sizeof *params);
+}
+
+ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& socket, bool nxtGen)
+    : m_manager(manager),
+      m_socket(socket),
+      nxtGenPort(nxtGen),
+      stopRequested(false),
+      bufferSize(kBufferSize),
+      requestBuffer(nullptr),
+      privileges(0),
+      auditUserName(nullptr),
+      auditInterfaceName(nullptr),
+      rawReply(0),
+      m_log("ConnectdonHandler"),
+      requestCount(0),
+      m_guiDataHandler(nullptr),
+      m_tokenizer("(),=&:?")
+{
+    m_log.logTrace("Creating a new connection handler object.\n");
+    requestBuffer = new char[static_cast<size_t>(bufferSize)];
+    requestBuffer[0] = '\0';
+    auditUserName = new char[kUserNameSize]();
+    auditInterfaceName = new char[kInterfaceNameSize]();
+    m_guiDataHandler = new GUIDataHandler(*this);
+    m_dataHandlers.push_back(m_guiDataHandler);
+    m_log.logTrace("Initializing agents for new ConnectionHandler.\n");
+    for (HandlerFactory* factory : manager.getHandlerFactoryList()) {
+        DataHandler* handler = factory->createDataHandler(*this);
+        if (handler != nullptr) {
+            m_dataHandlers.push_back(handler);
+        }
+    }
+}
+
+ConnectionHandler::~ConnectionHandler()
+{
+    m_log.logTrace("ConnectionHandler destructor.  Deleting %i agent contexts.\n",
+                   static_cast<int>(m_dataHandlers.size()));
+    for (DataHandler* handler : m_dataHandlers) {
+        delete handler;
+    }
+    m_dataHandlers.clear();
+    delete[] requestBuffer;
+    delete[] auditUserName;
+    delete[] auditInterfaceName;
+}
+
+GUIDataServer& ConnectionHandler::getServer()
+{
+    return m_manager.getServer();
+}
+
+void ConnectionHandler::setLog(ALog& log)
+{
+    m_log.setBaseLog(log);
+    m_socket.getLog().setParent(m_log);
+    for (DataHandler* handler : m_dataHandlers) {
+        handler->setLog(log);
+    }
+}
+
+bool ConnectionHandler::startProcessing()
+{
+    m_log.logTrace("ConnectionHandler::startProcessing: Starting to process requests in handler.\n");
+    return start();
+}
+
+void ConnectionHandler::run()
+{
+    m_log.logTrace("ConnectionHandler::run  Call to handler run method.\n");
+    while (!stopRequested) {
+        ++requestCount;
+        if (nextRequest() != nullptr) {
+            processRequest();
+            m_socket.flush();
+            m_log.logTrace("ConnectionHandler::run: Completed processing of request %i\n", requestCount);
+        } else {
+            puts("need stop this thread");
+            m_socket.flush();
+        }
+    }
+    delete this;  // nothing touches the handler after this
+}
+
+char* ConnectionHandler::nextRequest()
+{
+    m_log.logTrace("ConnectionHandler::nextRequest: waiting for packet %i length.\n", requestCount);
+    return nxtGenPort ? inReqNxtGenSrvPort() : inReqLegacySrvPort();
+}
+
+void ConnectionHandler::socketReadFailed(const char* what)
+{
+    int err = errno;
+    m_log.logTrace("ConnectionHandler::socketReadFailed: ERROR: %s (%s).\n", what, strerror(err));
+    m_socket.close();
+    stopRequested = true;
+}
+
+void ConnectionHandler::trimLineEnds()
+{
+    size_t len = strlen(requestBuffer);
+    while (len > 0 && requestBuffer[len - 1] == '\n') {
+        requestBuffer[--len] = '\0';
+    }
+}
+
+void ConnectionHandler::splitPrivilegeWord(int word)
+{
+    unsigned int w = static_cast<unsigned int>(word);
+    rawReply = static_cast<int>(w >> 24);
+    privileges = static_cast<int>(w & 0x00FFFFFFu);
+}
+
+char* ConnectionHandler::inReqLegacySrvPort()
+{
+    int length = 0;
+    if (m_socket.readInt(length) != 0 || length <= 0) {
+        socketReadFailed("Failed to read packet length");
+        return nullptr;
+    }
+    // A length below 4 cannot even hold the magic: rejected like a length
+    // above the buffer, so nothing outside the buffer is ever read or written.
+    if (length > bufferSize || length < 4) {
+        m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
+                       length);
+        m_socket.close();
+        return nullptr;
+    }
+    privileges = 0;
+    int word = 0;
+    if (m_socket.readInt(word) != 0) {
+        socketReadFailed("Failed to read privileges");
+        return nullptr;
+    }
+    privileges = word;
+    unsigned char magic[4];
+    if (m_socket.readFully(magic, 0, 4) != 0 || memcmp(magic, kMagic, 4) != 0) {
+        socketReadFailed("Bad magic string from web data handler request");
+        return nullptr;
+    }
+    splitPrivilegeWord(word);
+    int textLength = length - 4;
+    m_log.logTrace("ConnectionHandler::nextRequest:  Priv=  %x  got packet length of %i, reading into %p.\n",
+                   privileges, textLength, static_cast<void*>(requestBuffer));
+    if (m_socket.readFully(reinterpret_cast<unsigned char*>(requestBuffer), 0, textLength) != 0) {
+        socketReadFailed("Failed to read packet data");
+        return nullptr;
+    }
+    requestBuffer[textLength] = '\0';  // textLength <= 8092 < bufferSize
+    trimLineEnds();
+    return requestBuffer;
+}
+
+char* ConnectionHandler::inReqNxtGenSrvPort()
+{
+    privileges = 0;
+    int length = 0;
+    if (m_socket.readInt(length) != 0 || length <= 0) {
+        socketReadFailed("Failed to read packet length");
+        m_socket.close();
+        return nullptr;
+    }
+    if (length > bufferSize) {
+        m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
+                       length);
+        m_socket.close();
+        return nullptr;
+    }
+    char* json = static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1));
+    if (json == nullptr) {
+        m_log.logError("ConnectionHandler::nextRequest: ERROR: calloc failed.\n");
+        m_socket.close();
+        return nullptr;
+    }
+    if (m_socket.readFully(reinterpret_cast<unsigned char*>(json), 0, length) != 0) {
+        socketReadFailed("Failed to read json data");
+        free(json);
+        m_socket.close();
+        return nullptr;
+    }
+    gds_params params;
+    if (getGDSProtoHeaderFields(json, &params) != 0) {
+        socketReadFailed("Failed to decode json data");
+        free(json);
+        m_socket.close();
+        return nullptr;
+    }
+    if (params.magic == nullptr || strncmp(params.magic, kMagic, 4) != 0) {
+        socketReadFailed("Bad magic string from web data handler request");
+        free(json);
+        freeGDSProtoHeaderFields(&params);
+        m_socket.close();
+        return nullptr;
+    }
+    // A header without a "Command" string carries an empty request, which
+    // is answered like any request with neither a set nor a get part.
+    copyName(requestBuffer, bufferSize, params.command);
+    // A missing "Username" or "Interface" leaves the name empty, as on the
+    // legacy port.
+    copyName(auditUserName, kUserNameSize, params.username);
+    copyName(auditInterfaceName, kInterfaceNameSize, params.interface);
+    int word = params.privilege;
+    free(json);
+    freeGDSProtoHeaderFields(&params);
+    splitPrivilegeWord(word);
+    trimLineEnds();
+    return requestBuffer;
+}
+
+// ---------------------------------------------------------------------------
+// Request processing
+
+namespace {
+bool isIndexName(const std::string& name)
+{
+    return name == "enicIndex" || name == "fnicIndex" || name == "adapterIndex" || name == "fnicBTIndex";
+}
+
+bool isDelim(const RequestToken& token, char c)
+{
+    return token.getType() == RequestToken::DELIM && token.getDelim() == c;
+}
+
+// The agents of one phase, in order of first use.
+struct PhaseAgents {
+    std::vector<DataAgent*> order;
+    std::set<DataAgent*> seen;
+    bool add(DataAgent* agent)
+    {
+        if (!seen.insert(agent).second) {
+            return false;
+        }
+        order.push_back(agent);
+        return true;
+    }
+};
+
+const char kGenericError[] =
+    "<errorMsg>The current operation failed. BRESK may be running any critical operation or in error state. "
+    "Retry after sometime or reboot BRESK if necessary </errorMsg>\n";
+const char kPasswordPolicyError[] =
+    "<errorMsg>User Password Expiry Policy configuration error. User Password Expiry Policy must meet the "
+    "following requirements: 1. Valid password duration > Notification period. 2. Valid password duration > "
+    "Grace period. </errorMsg>\n";
+}  // namespace
+
+DataAgent* ConnectionHandler::getDataAgentFor(std::string& property)
+{
+    for (DataHandler* handler : m_dataHandlers) {
+        DataAgent* agent = handler->getDataAgentFor(property);
+        if (agent != nullptr) {
+            return agent;
+        }
+    }
+    return m_guiDataHandler != nullptr ? m_guiDataHandler->getDefaultAgent() : nullptr;
+}
+
+std::string ConnectionHandler::parseForSet(std::vector<RequestToken>& tokens, std::vector<std::string>& names,
+                                           TokenMap& arguments)
+{
+    const size_t n = tokens.size();
+    m_log.logTrace("ConnectionHandler::parseForSet called with %i tokens.\n", static_cast<int>(n));
+    std::string indexName;
+    size_t j = n;
+    for (size_t i = 0; i + 1 < n; ++i) {
+        if (tokens[i].getType() == RequestToken::TEXT && tokens[i].toString() == "set" && isDelim(tokens[i + 1], '=')) {
+            j = i + 2;
+            break;
+        }
+    }
+    char message[1024];
+    while (j < n) {
+        std::string name = tokens[j].getString();  // a DELIM here is a format error
+        std::vector<RequestToken> args;
+        if (j + 1 < n && isDelim(tokens[j + 1], '(')) {
+            ++j;
+            while (j + 1 < n) {
+                if (tokens[j + 1].getType() == RequestToken::DELIM) {
+                    args.push_back(RequestToken(RequestToken::TEXT, std::string()));
+                    ++j;
+                    continue;
+                }
+                args.push_back(tokens[j + 1]);
+                j += 2;
+                char last = tokens[j - 1].toString().empty() ? ' ' : tokens[j - 1].toString()[0];
+                if (j >= n) {
+                    snprintf(message, sizeof message, "Missing ',' after %c", last);
+                    throw RequestFormatException(message);
+                }
+                if (isDelim(tokens[j], ')')) {
+                    break;
+                }
+                if (!isDelim(tokens[j], ',')) {
+                    snprintf(message, sizeof message, "Missing ',' after %c", last);
+                    throw RequestFormatException(message);
+                }
+            }
+        } else if (j + 1 < n && isDelim(tokens[j + 1], ':')) {
+            if (j + 2 >= n || tokens[j + 2].getType() == RequestToken::DELIM) {
+                args.push_back(RequestToken(RequestToken::TEXT, std::string()));
+                m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(), "");
+                j += 2;
+            } else {
+                args.push_back(tokens[j + 2]);
+                m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(),
+                               tokens[j + 2].toString().c_str());
+                j += 3;
+            }
+        } else {
+            snprintf(message, sizeof message, "Missing value assignment after: %s", tokens[j].toString().c_str());
+            throw RequestFormatException(message);
+        }
+        if (isIndexName(name)) {
+            indexName = name;
+        }
+        names.push_back(name);
+        arguments[name] = args;
+        ++j;
+    }
+    m_log.logTrace("ConnectionHandler::parseForSet:  Found %i parameters.\n", static_cast<int>(names.size()));
+    return indexName;
+}
+
+void ConnectionHandler::parseForGet(std::string& request, std::vector<std::string>& items)
+{
+    items.clear();
+    size_t at = request.find("get=");
+    if (at == std::string::npos) {
+        return;
+    }
+    std::string rest = request.substr(at + 4);
+    size_t start = 0;
+    for (;;) {
+        size_t comma = rest.find(',', start);
+        if (comma == std::string::npos) {
+            std::string last = rest.substr(start);
+            if (!last.empty() || items.empty()) {
+                items.push_back(last);  // the first piece is always an item
+            }
+            return;
+        }
+        items.push_back(rest.substr(start, comma - start));
+        start = comma + 1;
+    }
+}
+
+void ConnectionHandler::parseForArgs(std::string& item, std::string& name, std::string& extra)
+{
+    size_t k = item.find('(');
+    if (k == std::string::npos) {
+        k = item.find('[');
+    }
+    if (k == std::string::npos) {
+        name = item;
+        extra.clear();
+        return;
+    }
+    name = item.substr(0, k);
+    extra = item.substr(k);
+    printf(" name(%s), extra(%s)\n", name.c_str(), extra.c_str());
+}
+
+void ConnectionHandler::parsePropertyTokens(const std::string& text, std::vector<std::string>& out)
+{
+    int depth = 0;
+    std::string piece;
+    for (char c : text) {
+        if (c == '(') {
+            ++depth;
+        } else if (c == ')') {
+            --depth;
+        } else if (c == ',' && depth == 0) {
+            out.push_back(piece);
+            piece.clear();
+        } else {
+            piece += c;
+        }
+    }
+    if (!piece.empty()) {
+        out.push_back(piece);
+    }
+}
+
+void ConnectionHandler::processDocument(std::string& name, std::string& extra)
+{
+    DataAgent* agent = getDataAgentFor(name);
+    if (agent == nullptr) {
+        return;
+    }
+    // An agent's exception on this path must not end the connection or the
+    // process: it is logged and the reply ends with what was written.
+    try {
+        agent->initialize();
+        int rc = agent->preProcessGet(name, extra);
+        if (rc == 1) {
+            rc = agent->processGet();
+        }
+        if (rc == 1) {
+            rc = agent->postProcessGet(*this);
+        }
+        if (rc != 1) {
+            m_log.logInfo("ConnectionHandler::processRequest: Unable to post-process request.\n");
+        }
+    } catch (...) {
+        m_log.logError("ConnectionHandler::processRequest: Exception while writing a document.\n");
+    }
+    m_socket.sendResponsePacket(true);
+}
+
+void ConnectionHandler::writeErrorReply(const char* format, const char* message)
+{
+    if (rawReply != 0) {
+        return;
+    }
+    char buffer[1023];
+    m_socket.writeString("<status>error</status>");
+    snprintf(buffer, sizeof buffer, format, message);
+    m_socket.writeString(buffer);
+    m_socket.writeString("</root>");
+}
+
+int ConnectionHandler::processRequest()
+{
+    std::string request(requestBuffer);
+
+    static const char* const kDocuments[] = {"kvm.jnlp", "crashCapture.jnlp", "bootCapture.jnlp"};
+    bool viewer = request.find("viewer.jnlp") != std::string::npos;
+    std::string document;
+    for (const char* name : kDocuments) {
+        if (request.find(name) != std::string::npos) {
+            document = name;
+            break;
+        }
+    }
+    if (!document.empty() || viewer) {
+        if (document.empty()) {
+            if ((privileges & 0x20) == 0) {
+                return 0;  // no KVM console privilege: no reply at all
+            }
+            document = "viewer.jnlp";
+        }
+        processDocument(document, request);
+        return 0;
+    }
+    if (request.compare(0, 17, "/captureFile.jnlp") == 0) {
+        std::string name = "captureFile";
+        std::string extra;
+        processDocument(name, extra);
+        return 0;
+    }
+
+    if (rawReply == 0) {
+        m_socket.writeString("<root>");
+    }
+    const char* iface = auditInterfaceName;
+    try {
+        bool error = false;
+        bool userPolicySeen = false;
+        bool passwordPolicyError = false;
+        std::vector<RequestToken> tokens;
+        std::vector<std::string> names;
+        TokenMap arguments;
+        m_tokenizer.tokenize(request, tokens);
+        std::string indexName = parseForSet(tokens, names, arguments);
+
+        if (!names.empty() && !indexName.empty()) {
+            DataAgent* agent = getDataAgentFor(indexName);
+            if (agent != nullptr) {
+                int r1 = agent->initialize();
+                int r2 = agent->preProcessSet(indexName, arguments);
+                int r3 = agent->processSet();
+                int r4 = agent->postProcessSet(*this, arguments);
+                (void)r1;  // the result of initialize() is not looked at
+                error = error || r2 != 1 || r3 != 1 || r4 != 1;
+            }
+        } else if (!names.empty()) {
+            PhaseAgents phase;
+            for (std::string& name : names) {
+                m_log.logTrace("ConnectionHandler::processRequest: Process set: %s\n", name.c_str());
+                DataAgent* agent = getDataAgentFor(name);
+                if (agent == nullptr) {
+                    m_log.logInfo("ConnectionHandler::processRequest: Missing agent in set call for property: %s\n",
+                                  name.c_str());
+                    continue;
+                }
+                if (phase.add(agent)) {
+                    m_log.logTrace("ConnectionHandler::processRequest: Initializing agent %s\n", agent->getName());
+                    agent->initialize();
+                }
+                if (strcmp(agent->getName(), "UserPolicy") == 0) {
+                    m_log.logTrace("ConnectionHandler::processRequest: UserPolicy agent\n");
+                    userPolicySeen = true;
+                }
+                if (agent->preProcessSet(name, arguments) != 1) {
+                    m_log.logInfo("ConnectionHandler::processRequest: error in call to agent for property %s\n",
+                                  name.c_str());
+                    error = true;
+                }
+            }
+            for (DataAgent* agent : phase.order) {
+                if (agent->processSet() != 1) {
+                    error = true;
+                }
+                if (userPolicySeen) {
+                    passwordPolicyError = true;
+                }
+                m_log.logTrace(
+                    "ConnectionHandler::processRequest: bUserPolicyAgent [%d] UserPolicyPasswordExpirationError "
+                    "[%d]\n",
+                    userPolicySeen ? 1 : 0, passwordPolicyError ? 1 : 0);
+            }
+            for (DataAgent* agent : phase.order) {
+                if (agent->postProcessSet(*this, arguments) != 1) {
+                    error = true;
+                }
+            }
+        }
+
+        parseForGet(request, names);
+        if (!names.empty()) {
+            m_log.logTrace("ConnectionHandler::processRequest:  Processing get request for %i parameters\n",
+                           static_cast<int>(names.size()));
+            PhaseAgents phase;
+            for (std::string& item : names) {
+                std::string name;
+                std::string extra;
+                parseForArgs(item, name, extra);
+                DataAgent* agent = getDataAgentFor(name);
+                if (agent == nullptr) {
+                    continue;
+                }
+                if (phase.add(agent)) {
+                    m_log.logTrace("ConnectionHandler::processRequest: Initializing agent %s\n", agent->getName());
+                    agent->initialize();
+                }
+                if (agent->preProcessGet(name, extra) != 1) {
+                    error = true;
+                }
+            }
+            for (DataAgent* agent : phase.order) {
+                if (agent->processGet() != 1) {
+                    error = true;
+                }
+            }
+            for (DataAgent* agent : phase.order) {
+                if (agent->postProcessGet(*this) != 1) {
+                    error = true;
+                }
+            }
+        }
+
+        if (rawReply == 0) {
+            if (!error) {
+                m_socket.writeString("<status>ok</status>\n");
+            } else {
+                m_socket.writeString("<status>error</status>\n");
+                m_socket.writeString(passwordPolicyError ? kPasswordPolicyError : kGenericError);
+            }
+            m_socket.writeString("</root>\n");
+        }
+        gds_debug_log(1, "interface %s => %s and ret=%d\n", iface, requestBuffer, error ? 1 : 0);
+    } catch (ProcessingException& e) {
+        m_log.logInfo("ConnectionHandler::processRequest: ProcessingException: %s\n", e.getMessage());
+        gds_debug_log(1, "interface %s => %s and  ProcessingException\n", iface, requestBuffer);
+        writeErrorReply("<errorMsg>%s</errorMsg>", e.getMessage());
+    } catch (SecurityException& e) {
+        m_log.logInfo("ConnectionHandler::processRequest: SecurityException: %s\n", e.getMessage());
+        gds_debug_log(1, "interface %s => %s and SecurityException\n", iface, requestBuffer);
+        writeErrorReply("<errorMsg>%s</errorMsg>", e.getMessage());
+    } catch (RequestFormatException& e) {
+        m_log.logInfo("ConnectionHandler::processRequest: RequestFormatException");
+        gds_debug_log(1, "interface %s => %s RequestFormatException\n", iface, requestBuffer);
+        writeErrorReply("%s", "<errorMsg>Bad request format</errorMsg>");
+    } catch (const char* message) {
+        if (message == nullptr) {
+            message = "";
+        }
+        m_log.logInfo("ConnectionHandler::processRequest: Exception: %s\n", message);
+        gds_debug_log(1, "interface %s => %s exMessage %s\n", iface, requestBuffer, message);
+        writeErrorReply("<errorMsg>General error: %s</errorMsg>", message);
+    } catch (...) {
+        m_log.logInfo("ConnectionHandler::processRequest: Exception of unknown type while processing request.\n");
+        gds_debug_log(1, "interface %s => %s and unknown \n", iface, requestBuffer);
+        writeErrorReply("%s", "<errorMsg>Unexpected error</errorMsg>");
+    }
+    if (rawReply == 0) {
+        m_socket.sendResponsePacket(true);
+    }
+    return 0;
+}

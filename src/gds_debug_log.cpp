@@ -1,0 +1,59 @@
+#include "gds_debug_log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <string>
+#include <unistd.h>
+
+#include "PlatformRoot.h"
+
+namespace {
+std::mutex g_openMutex;
+FILE* g_stream = nullptr;
+std::string g_streamPath;  // the file g_stream writes to (the root may change in tests)
+}  // namespace
+
+extern "C" void gds_debug_log(int level, const char* format, ...)
+{
+    if (access(PlatformRoot::path("/tmp/gdsprint_override").c_str(), F_OK) != 0) {
+        return;
+    }
+    FILE* stream;
+    {
+        std::lock_guard<std::mutex> lock(g_openMutex);
+        std::string path = PlatformRoot::path("/var/log/gds.log");
+        if (g_stream != nullptr && g_streamPath != path) {
+            fclose(g_stream);  // only when tests move the platform root
+            g_stream = nullptr;
+        }
+        if (g_stream == nullptr) {
+            g_stream = fopen(path.c_str(), "a+");  // a failed open is tried again next time
+            g_streamPath = path;
+        }
+        stream = g_stream;
+    }
+    if (stream == nullptr || format == nullptr) {
+        return;
+    }
+    char stamp[32];
+    time_t now = time(nullptr);
+    struct tm local;
+    localtime_r(&now, &local);
+    strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+
+    char message[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+
+    const char* kind = level == 1 ? "GDS_DBG_ERROR" : level == 2 ? "GDS_DBG_INFO" : nullptr;
+    if (kind == nullptr) {
+        return;
+    }
+    // fprintf locks the stream, so lines of different threads never mix.
+    fprintf(stream, "(%d)[%s] %s: %s", static_cast<int>(getpid()), stamp, kind, message);
+    fflush(stream);
+}

@@ -1,0 +1,191 @@
+#include "GdsProcess.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <netinet/in.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "TestRoot.h"
+
+namespace {
+int boundSocket(int& port)
+{
+    int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr;
+    memset(&addr, 0, sizeof addr);
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    addr.sin_port = 0;
+    bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    socklen_t len = sizeof addr;
+    getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
+    port = ntohs(addr.sin_port);
+    return s;
+}
+}  // namespace
+
+GdsProcess::GdsProcess(TestRoot& root) : m_root(root) {}
+
+GdsProcess::~GdsProcess()
+{
+    stop();
+}
+
+void GdsProcess::freePorts(int& a, int& b)
+{
+    int s1 = boundSocket(a);
+    int s2 = boundSocket(b);
+    close(s1);
+    close(s2);
+}
+
+std::string GdsProcess::configPath() const
+{
+    return m_root.path("/etc/dataserver.conf");
+}
+
+std::string GdsProcess::output() const
+{
+    return m_root.readFile("/gds.out");
+}
+
+pid_t GdsProcess::spawn(const std::vector<std::string>& args)
+{
+    std::string bin = TestRoot::binDir() + "/gds";
+    std::string out = m_root.path("/gds.out");
+    std::vector<std::string> env = m_env;
+    env.push_back("GDS_ROOT=" + m_root.dir());
+    pid_t pid = fork();
+    if (pid == 0) {
+        int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        if (fd >= 0) {
+            dup2(fd, 1);
+            dup2(fd, 2);
+            close(fd);
+        }
+        if (chdir(m_root.dir().c_str()) != 0) {
+            _exit(126);
+        }
+        for (const std::string& e : env) {
+            putenv(strdup(e.c_str()));
+        }
+        std::vector<char*> argv;
+        argv.push_back(const_cast<char*>(bin.c_str()));
+        for (const std::string& a : args) {
+            argv.push_back(const_cast<char*>(a.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(bin.c_str(), argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+bool GdsProcess::waitForPort(int port, int timeoutMs)
+{
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (!isRunning()) {
+            return false;
+        }
+        int s = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr;
+        memset(&addr, 0, sizeof addr);
+        addr.sin_family = AF_INET;
+        addr.sin_port = htons(static_cast<uint16_t>(port));
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int rc = connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+        close(s);
+        if (rc == 0) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+bool GdsProcess::start()
+{
+    if (!m_hasConfig) {
+        std::ifstream in(std::string(TestRoot::simRoot()) + "/../dataserver.conf.in");
+        std::stringstream ss;
+        ss << in.rdbuf();
+        m_config = ss.str();
+    }
+    std::string conf = m_config;
+    for (size_t at; (at = conf.find("@GDS_LIB_DIR@")) != std::string::npos;) {
+        conf.replace(at, 13, TestRoot::libDir());
+    }
+    m_root.writeFile("/etc/dataserver.conf", conf);
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        freePorts(m_legacyPort, m_nxtGenPort);
+        std::vector<std::string> args = {"-configfile", configPath(), "-port", std::to_string(m_legacyPort)};
+        args.insert(args.end(), m_args.begin(), m_args.end());
+        m_env.push_back("GDS_NXTGEN_PORT=" + std::to_string(m_nxtGenPort));
+        m_pid = spawn(args);
+        m_env.pop_back();
+        if (waitForPort(m_legacyPort, 20000) && waitForPort(m_nxtGenPort, 5000)) {
+            return true;
+        }
+        stop();
+    }
+    return false;
+}
+
+int GdsProcess::runToExit(const std::vector<std::string>& args, int timeoutMs)
+{
+    pid_t pid = spawn(args);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (std::chrono::steady_clock::now() < deadline) {
+        int status = 0;
+        pid_t r = waitpid(pid, &status, WNOHANG);
+        if (r == pid) {
+            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return -1;
+}
+
+bool GdsProcess::isRunning()
+{
+    if (m_pid <= 0) {
+        return false;
+    }
+    int status = 0;
+    pid_t r = waitpid(m_pid, &status, WNOHANG);
+    if (r == m_pid) {
+        m_pid = -1;
+        return false;
+    }
+    return true;
+}
+
+void GdsProcess::stop()
+{
+    if (m_pid <= 0) {
+        return;
+    }
+    kill(m_pid, SIGTERM);
+    for (int i = 0; i < 200; ++i) {
+        if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
+            m_pid = -1;
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
+}

@@ -1,0 +1,57 @@
+// GdsProcess: runs the real build/bin/gds on a TestRoot for end-to-end tests:
+// free loopback ports, its own configuration file, output captured in files
+// of the root. One per test, used from the test's main thread. stop() (or
+// the destructor) kills the server and reaps it.
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+class TestRoot;
+
+class GdsProcess {
+public:
+    explicit GdsProcess(TestRoot& root);
+    ~GdsProcess();
+    GdsProcess(const GdsProcess&) = delete;
+    GdsProcess& operator=(const GdsProcess&) = delete;
+
+    // The configuration file's text ("" writes an empty file; the default is
+    // the simulated controller's template).
+    void setConfig(const std::string& text) { m_config = text; m_hasConfig = true; }
+    void setEnv(const std::string& name, const std::string& value) { m_env.push_back(name + "=" + value); }
+    void addArgs(const std::vector<std::string>& args) { m_args.insert(m_args.end(), args.begin(), args.end()); }
+
+    // Starts the server and waits until both ports accept connections.
+    // Retries with other ports when one was taken meanwhile. False (with the
+    // server's output in output()) when it did not come up.
+    bool start();
+    // Runs the server with exactly `args` (no port or config options added)
+    // and waits for it to exit; returns the exit status, or -1 after
+    // `timeoutMs` (the process is then killed).
+    int runToExit(const std::vector<std::string>& args, int timeoutMs = 10000);
+    void stop();
+    bool isRunning();
+
+    int legacyPort() const { return m_legacyPort; }
+    int nxtGenPort() const { return m_nxtGenPort; }
+    std::string output() const;  // what the server printed (stdout and stderr)
+    std::string configPath() const;
+
+    // Two currently free loopback ports.
+    static void freePorts(int& a, int& b);
+
+private:
+    pid_t spawn(const std::vector<std::string>& args);
+    bool waitForPort(int port, int timeoutMs);
+
+    TestRoot& m_root;
+    std::string m_config;
+    bool m_hasConfig = false;
+    std::vector<std::string> m_env;
+    std::vector<std::string> m_args;
+    pid_t m_pid = -1;
+    int m_legacyPort = 0;
+    int m_nxtGenPort = 0;
+};
