@@ -56,6 +56,29 @@ public:
     virtual int postProcessSet(ConnectionHandler& connection, TokenMap& arguments) = 0;
 
     const char* getName() const { return m_name; }
+    int getStatus() const { return m_status; }
+
+    // Values of a set request's arguments (the first argument of `name`).
+    // They never throw for missing or malformed arguments: the result says
+    // whether a value was taken (1) or not (0).
+    int setString(TokenMap& map, char* buffer, const char* name, int size, bool trim);
+    void setString(const std::string& value, char* buffer, int size);
+    int setInt(TokenMap& map, int& value, const char* name);
+    int setBoolean(TokenMap& map, signed char& value, const char* name);
+    int setByte(TokenMap& map, signed char& value, const char* name);
+    int setuByte(TokenMap& map, unsigned char& value, const char* name);
+    int lookupString(TokenMap& map, std::string& name, std::string& value);
+    // Strict decimal: digits only (the empty text is 0); 1 when stored.
+    int parseInt(const std::string& text, int& value);
+
+    // One value from the controller's property tool ("sender"); "" when the
+    // tool cannot run or prints nothing. Blocks while the tool runs.
+    std::string getValue(const char* name);
+    // Host power state from getValue("pwState"); unreadable counts as on.
+    bool powerOff();
+    bool powerOn();
+    // Blocks the calling thread for the given time; returns 0.
+    int threadSleep(int seconds, int milliseconds);
 
     // The platform this controller sits in, read from "/etc/product" (and the
     // chassis and riser pins) on first demand and cached; an unknown product

@@ -1,12 +1,13 @@
 #include "GUIDataHandler.h"
 
 #include "DataAgent.h"
+#include "DefaultPropertyAgent.h"
 
 GUIDataHandler::GUIDataHandler(ConnectionHandler& connection) : DataHandler(connection), m_defaultAgent(nullptr)
 {
-    // The built-in agents join here as they are built: the default property
-    // agent, the launch-document agent, the video capture agent and the
-    // service agent.
+    m_defaultAgent = new DefaultPropertyAgent(*this);
+    // The launch-document, video capture and service agents register their
+    // names here as they are built.
 }
 
 GUIDataHandler::~GUIDataHandler()

@@ -6,7 +6,8 @@
 class AInteger {
 public:
     // Parses the whole text as a base-10 int: optional leading blanks, an
-    // optional sign, at least one digit and nothing after. Throws
+    // optional sign, at least one digit and nothing after but white space
+    // (so "4\n" read from a file line is 4). Throws
     // NumberFormatException for anything else, out-of-range values included.
     static int parseInt(const char* text);
     static int parseInt(const std::string& text) { return parseInt(text.c_str()); }

@@ -14,6 +14,10 @@ int AInteger::parseInt(const char* text)
     errno = 0;
     char* end = nullptr;
     long v = strtol(text, &end, 10);
+    // Trailing white space (a line end kept from a file) is allowed.
+    while (end != text && (*end == ' ' || *end == '\t' || *end == '\n' || *end == '\r')) {
+        ++end;
+    }
     if (end == text || *end != '\0') {
         throw NumberFormatException(std::string("not a number: \"") + text + "\"");
     }

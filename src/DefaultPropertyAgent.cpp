@@ -1,0 +1,297 @@
+#include "DefaultPropertyAgent.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "AIMClient.h"
+#include "AInteger.h"
+#include "ConnectionHandler.h"
+#include "DataHandler.h"
+#include "GUIDataServer.h"
+#include "NumberFormatException.h"
+#include "PlatformRoot.h"
+#include "SecurityException.h"
+
+DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* name) : DataAgent(name, handler)
+{
+    m_log.logTrace("Initializing DefaultPropertyAgent\n");
+    const char* env = getenv("MORVANE_MAP_PROP_FILE");
+    m_log.logInfo(" ENV: MORVANE_MAP_PROP_FILE=%s\n", env != nullptr ? env : "(null)");
+    std::string fileName = env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/map.properties");
+    m_log.logInfo(" Attempting to open property map file: %s\n", fileName.c_str());
+    FILE* file = fopen(fileName.c_str(), "r");
+    if (file == nullptr) {
+        return;  // an empty table: mapped names answer nothing
+    }
+    std::vector<std::string> names, aimNames, types, maxValues, minValues;
+    std::vector<int> privileges;
+    loadPropertyFile(file, names, aimNames, types, privileges, maxValues, minValues);
+    fclose(file);
+    for (size_t i = 0; i < names.size(); ++i) {
+        int type = PropertyInfo::typeFromText(types[i]);
+        if (type == 0) {
+            // Entered all the same: a get reports the type as unknown, a set
+            // stores the value as text.
+            m_log.logError("Unknown property type (%s) read from %s.\n", types[i].c_str(), fileName.c_str());
+        }
+        PropertyInfo* info = new PropertyInfo(names[i], aimNames[i], type, privileges[i], maxValues[i], minValues[i]);
+        m_log.logInfo(" Adding property %s: (%s,%i,%i)\n", names[i].c_str(), aimNames[i].c_str(), type,
+                      privileges[i]);
+        auto it = m_propertyTable.find(names[i]);
+        if (it != m_propertyTable.end()) {
+            delete it->second;
+            it->second = info;
+        } else {
+            m_propertyTable[names[i]] = info;
+        }
+    }
+}
+
+DefaultPropertyAgent::~DefaultPropertyAgent()
+{
+    m_requestList.clear();
+    for (auto& entry : m_propertyTable) {
+        delete entry.second;
+    }
+    m_propertyTable.clear();
+    m_log.logTrace("DefaultPropertyAgent.Destructor done\n");
+}
+
+AIMClient& DefaultPropertyAgent::aim()
+{
+    return m_dataHandler->getConnectionHandler()->getServer().getAIMClient();
+}
+
+void DefaultPropertyAgent::loadPropertyFile(FILE* file, std::vector<std::string>& names,
+                                            std::vector<std::string>& aimNames, std::vector<std::string>& types,
+                                            std::vector<int>& privileges, std::vector<std::string>& maxValues,
+                                            std::vector<std::string>& minValues)
+{
+    char line[1024];
+    int lineNumber = 0;
+    while (fgets(line, sizeof line, file) != nullptr) {
+        ++lineNumber;
+        if (line[0] == '#') {
+            continue;
+        }
+        std::string text(line);
+        size_t c1 = text.find(',');
+        size_t c2 = c1 == std::string::npos ? c1 : text.find(',', c1 + 1);
+        size_t c3 = c2 == std::string::npos ? c2 : text.find(',', c2 + 1);
+        if (c3 == std::string::npos) {
+            m_log.logError("Failed to load property definition from line number %i: %s\n", lineNumber, line);
+            printf("Failed to load property definition from line number %i: %s\n", lineNumber, line);
+            continue;
+        }
+        size_t c4 = text.find(',', c3 + 1);
+        size_t c5 = c4 == std::string::npos ? c4 : text.find(',', c4 + 1);
+        std::string name = text.substr(0, c1);
+        std::string aimName = text.substr(c1 + 1, c2 - c1 - 1);
+        std::string type = text.substr(c2 + 1, c3 - c2 - 1);
+        std::string privilege = c4 == std::string::npos ? text.substr(c3 + 1) : text.substr(c3 + 1, c4 - c3 - 1);
+        std::string minValue;
+        std::string maxValue;
+        if (c4 != std::string::npos) {
+            minValue = c5 == std::string::npos ? text.substr(c4 + 1) : text.substr(c4 + 1, c5 - c4 - 1);
+            if (c5 != std::string::npos) {
+                maxValue = text.substr(c5 + 1);
+            }
+        }
+        m_log.logInfo(" Adding property definition: \"%s\", \"%s\", \"%s\", \"%s\"\n", name.c_str(), aimName.c_str(),
+                      type.c_str(), privilege.c_str());
+        int privilegeBits;
+        try {
+            privilegeBits = AInteger::parseInt(privilege.c_str());
+        } catch (NumberFormatException&) {
+            // Reported and skipped like a line without enough commas.
+            m_log.logError("Failed to load property definition from line number %i: %s\n", lineNumber, line);
+            printf("Failed to load property definition from line number %i: %s\n", lineNumber, line);
+            continue;
+        }
+        names.push_back(name);
+        aimNames.push_back(aimName);
+        types.push_back(type);
+        privileges.push_back(privilegeBits);
+        maxValues.push_back(maxValue);
+        minValues.push_back(minValue);
+    }
+}
+
+int DefaultPropertyAgent::initialize()
+{
+    m_log.logInfo("Call to DefaultPropertyAgent::initialize()\n");
+    m_status = 1;
+    m_requestList.clear();
+    return 1;
+}
+
+bool DefaultPropertyAgent::getAimName(std::string& name, std::string& aimName)
+{
+    auto it = m_propertyTable.find(name);
+    if (it == m_propertyTable.end()) {
+        printf("DefaultPropertyAgent::getAimName::Property not found: \"%s\"\n", name.c_str());
+        aimName.clear();
+        m_status = 2;
+        return true;
+    }
+    aimName = it->second->aimName;
+    m_status = 1;
+    return true;
+}
+
+int DefaultPropertyAgent::preProcessGet(std::string& name, std::string& extra)
+{
+    m_log.logTrace("call to DefaultPropertyAgent::preProcessGet\n");
+    auto it = m_propertyTable.find(name);
+    if (it != m_propertyTable.end()) {
+        m_requestList.push_back(it->second);
+    } else {
+        m_log.logInfo(" DefaultPropertyAgent::Property not found: \"%s\"\n", name.c_str());
+    }
+    return 1;
+}
+
+int DefaultPropertyAgent::processGet()
+{
+    puts("\n  Call to DefaultPropertyAgent::processGet()");
+    m_log.logTrace("call to DefaultPropertyAgent::processGet\n");
+    AIMClient& client = aim();
+    char buffer[1024];
+    for (PropertyInfo* info : m_requestList) {
+        printf(" name(%s), type(%i)\n", info->aimName.c_str(), info->type);
+        const char* aimName = info->aimName.c_str();
+        switch (info->type) {
+        case PropertyInfo::INT: {
+            int n = 0;
+            if (client.getProperty(aimName, n)) {
+                info->value = AInteger::toString(n);
+            } else {
+                info->value.clear();
+                m_status |= 2;
+            }
+            break;
+        }
+        case PropertyInfo::BOOL: {
+            bool b = false;
+            if (client.getProperty(aimName, b)) {
+                info->value = b ? "1" : "0";
+            } else {
+                info->value.clear();
+                m_status |= 2;
+            }
+            break;
+        }
+        case PropertyInfo::STRING:
+        case PropertyInfo::CRYPT: {
+            if (info->aimName.empty()) {
+                m_status |= 2;
+                break;
+            }
+            memset(buffer, 0, sizeof buffer);
+            bool ok = info->type == PropertyInfo::STRING ? client.getProperty(aimName, buffer)
+                                                         : client.getPropertyCrypt(aimName, buffer);
+            if (ok) {
+                info->value = buffer;
+            } else {
+                info->value.clear();
+                m_status |= 2;
+            }
+            break;
+        }
+        default:
+            m_log.logError("Unknown property type %i\n", info->type);
+            m_status |= 2;
+            break;
+        }
+    }
+    return m_status;
+}
+
+int DefaultPropertyAgent::postProcessGet(ConnectionHandler& connection)
+{
+    fputs(" post process get", stdout);
+    for (PropertyInfo* info : m_requestList) {
+        connection.getSocket().writeSimpleElement(info->name.c_str(), info->value.c_str());
+    }
+    return 1;
+}
+
+int DefaultPropertyAgent::preProcessSet(std::string& name, TokenMap& arguments)
+{
+    int mask = m_dataHandler->getConnectionHandler()->getPrivileges();
+    auto it = m_propertyTable.find(name);
+    if (it == m_propertyTable.end()) {
+        return 1;  // left to other agents
+    }
+    PropertyInfo* info = it->second;
+    m_log.logTrace("%s: preProcessSet for %s\n", "DefaultPropertyAgent", name.c_str());
+    auto arg = arguments.find(name);
+    if (arg == arguments.end()) {
+        throw Exception("Unable to get value for " + name);
+    }
+    if (mask != 0 && (mask & info->privilege) == 0) {
+        m_status = 2;
+        printf("DefaultPropertyAgent::preProcessSet  Insufficient privileges.; mask(%i) vrs. propPriv(%i)\n", mask,
+               info->privilege);
+        throw SecurityException(0, "Insufficient privileges.");
+    }
+    m_status = 1;
+    m_requestList.push_back(info);
+    // A name present with no argument at all sets the empty text.
+    info->value = arg->second.empty() ? std::string() : arg->second[0].toString();
+    return 1;
+}
+
+int DefaultPropertyAgent::processSet()
+{
+    AIMClient& client = aim();
+    for (PropertyInfo* info : m_requestList) {
+        const char* aimName = info->aimName.c_str();
+        m_log.logInfo("DefaultPropertyAgent: set( %s, %s, type=%i )\n", aimName, info->value.c_str(), info->type);
+        if (info->type == PropertyInfo::BOOL || info->type == PropertyInfo::INT) {
+            int n;
+            try {
+                n = AInteger::parseInt(info->value.c_str());
+            } catch (NumberFormatException&) {
+                m_log.logError("Cannot parse \"%s\" as an integer value.\n", info->value.c_str());
+                m_status = 2;
+                info->stored = false;
+                continue;
+            }
+            if (info->type == PropertyInfo::BOOL) {
+                info->stored = client.setProperty(aimName, n != 0, true);
+                continue;
+            }
+            if (!info->minValue.empty() || !info->maxValue.empty()) {
+                // An empty bound reads as 0; a bound holding "*" is no bound.
+                bool tooHigh = info->maxValue.find('*') == std::string::npos &&
+                               n > strtol(info->maxValue.c_str(), nullptr, 0);
+                bool tooLow = info->minValue.find('*') == std::string::npos &&
+                              n < strtol(info->minValue.c_str(), nullptr, 0);
+                if (tooHigh || tooLow) {
+                    m_status = 2;
+                    info->stored = false;
+                    return m_status;  // the entries after it are not written
+                }
+            }
+            info->stored = client.setProperty(aimName, n, true);
+            continue;
+        }
+        std::string copy = info->value;
+        bool ok = info->type == PropertyInfo::CRYPT ? client.setPropertyCrypt(aimName, &copy[0], true)
+                                                    : client.setProperty(aimName, &copy[0], true);
+        if (ok) {
+            info->stored = true;
+        } else {
+            m_log.logError("DefaultPropertyAgent: failed to set %s\n", aimName);
+            m_status = 2;
+            info->stored = false;
+        }
+    }
+    return m_status;
+}
+
+int DefaultPropertyAgent::postProcessSet(ConnectionHandler& connection, TokenMap& arguments)
+{
+    return m_status;
+}
