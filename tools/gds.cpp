@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "GUIDataServer.h"
 #include "PlatformRoot.h"
@@ -17,6 +18,14 @@ int main(int argc, char** argv)
     if (!PlatformRoot::isShellSafe()) {
         fprintf(stderr, "GDS_ROOT \"%s\" may only hold letters, digits and \"/._-+\"\n", PlatformRoot::root().c_str());
         return 1;
+    }
+    // Bare tool names in command lines ("sender", "cardutil") find the
+    // simulated controller's tools first when the platform root is not "/".
+    std::string root = PlatformRoot::root();
+    if (!root.empty()) {
+        const char* path = getenv("PATH");
+        std::string toolPath = root + "/usr/local/bin:" + root + "/usr/bin:" + root + "/bin:" + root + "/sbin";
+        setenv("PATH", (toolPath + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     }
     GUIDataServer* server = new GUIDataServer();
     try {

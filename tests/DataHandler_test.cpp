@@ -1,0 +1,120 @@
+// The per-connection agent registry: registration, lookup across handlers,
+// the default agent, the property list and call-text splitting.
+#include "DataHandler.h"
+
+#include <gtest/gtest.h>
+
+#include "AgentHarness.h"
+#include "DataAgent.h"
+#include "GUIDataHandler.h"
+
+namespace {
+
+int g_deleted = 0;
+
+class CountingAgent : public DataAgent {
+public:
+    explicit CountingAgent(DataHandler& h, const char* name = "Counting") : DataAgent(name, h) {}
+    ~CountingAgent() override { ++g_deleted; }
+    int initialize() override { return 1; }
+    int preProcessGet(std::string&, std::string&) override { return 1; }
+    int processGet() override { return 1; }
+    int postProcessGet(ConnectionHandler&) override { return 1; }
+    int preProcessSet(std::string&, TokenMap&) override { return 1; }
+    int processSet() override { return 1; }
+    int postProcessSet(ConnectionHandler&, TokenMap&) override { return 1; }
+};
+
+TEST(DataHandler, RegistersOwnsAndDeletesEachAgentOnce)
+{
+    AgentHarness h;
+    g_deleted = 0;
+    {
+        DataHandler handler(h.connection());
+        CountingAgent* first = new CountingAgent(handler);
+        CountingAgent* second = new CountingAgent(handler);
+        handler.addAgent("a", first);
+        handler.addAgent("b", first);
+        handler.addAgent("a", second);  // the later registration wins
+        std::string a = "a", b = "b", c = "c";
+        EXPECT_EQ(second, handler.getDataAgentFor(a));
+        EXPECT_EQ(first, handler.getDataAgentFor(b));
+        EXPECT_EQ(nullptr, handler.getDataAgentFor(c));
+        std::string ui = "hostname", aim = "net_hostname";
+        handler.addPropertyMap(ui, aim);
+        EXPECT_EQ("net_hostname", handler.getAIMPropertyFor(ui));
+        EXPECT_EQ("", handler.getAIMPropertyFor(c));
+    }
+    EXPECT_EQ(2, g_deleted);
+}
+
+TEST(DataHandler, ConnectionFallsBackToDefaultAgent)
+{
+    AgentHarness h;
+    std::string unknown = "fooBar";
+    DataAgent* agent = h.connection().getDataAgentFor(unknown);
+    ASSERT_NE(nullptr, agent);
+    EXPECT_STREQ("DefaultPropertyAgent", agent->getName());
+    GUIDataHandler* gui = static_cast<GUIDataHandler*>(&h.dataHandler());
+    EXPECT_EQ(gui->getDefaultAgent(), agent);
+}
+
+TEST(DataHandler, PropertyListSkipsViewerNames)
+{
+    AgentHarness h;
+    GUIDataHandler gui(h.connection());
+    for (const char* name : {"zeta", "viewer.jnlp", "alpha", "old.viewer.jnlp.x"}) {
+        gui.addAgent(name, new CountingAgent(gui));
+    }
+    std::vector<std::string> names = {"kept"};
+    gui.getPropertyList(names);
+    std::vector<std::string> expected = {"kept", "alpha", "zeta"};
+    // Built-in agents registered by the handler come along in name order.
+    std::vector<std::string> mine;
+    for (const std::string& n : names) {
+        if (n == "kept" || n == "alpha" || n == "zeta") {
+            mine.push_back(n);
+        }
+        EXPECT_EQ(std::string::npos, n.find("viewer.jnlp"));
+    }
+    EXPECT_EQ(expected, mine);
+}
+
+TEST(DataHandler, ParseFunction)
+{
+    struct Case {
+        std::string text;
+        int result;
+        const char* name;
+        std::vector<std::string> args;
+    };
+    std::vector<Case> cases = {
+        {"f(a,,b)", 1, "f", {"a", "", "b"}},
+        {"f()", 1, "f", {""}},
+        {"name(1)", 1, "name", {"1"}},
+        {"(x)", 1, "", {"x"}},
+        {"f(a)tail", 1, "f", {"a"}},
+        {"f(a", 0, "", {}},
+        {"fa)", 0, "", {}},
+        {"noparens", 0, "", {}},
+        {std::string(255, 'n') + "()", 1, "NAME255", {""}},
+        {std::string(255, 'n') + "(x)", 0, "", {}},  // ")" lies 257 characters in
+    };
+    AgentHarness h;
+    DataHandler handler(h.connection());
+    for (const Case& c : cases) {
+        char buffer[300] = "";
+        char* name = buffer;
+        std::vector<std::string> args = {"stale"};
+        EXPECT_EQ(c.result, handler.parseFunction(const_cast<std::string&>(c.text), name, args)) << c.text;
+        if (c.result == 1) {
+            std::string expectedName = std::string(c.name) == "NAME255" ? std::string(255, 'n') : c.name;
+            EXPECT_EQ(expectedName, std::string(buffer)) << c.text;
+            EXPECT_EQ(c.args, args) << c.text;
+        } else {
+            EXPECT_TRUE(args.empty()) << c.text;
+        }
+    }
+}
+
+}  // namespace
