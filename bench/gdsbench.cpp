@@ -45,7 +45,13 @@ struct BenchRequest {
 };
 const BenchRequest kRequests[] = {
     {"minimal", "get="},
+    {"get two", "get=hostname,sshPort"},
+    {"set one", "set=sshPort:22"},
 };
+
+// Every new connection reads the property map; the last case measures
+// connection set-up with a map this many lines longer than the simulator's.
+const int kLargeMapExtraLines = 400;
 
 // The echo server's reply: about the size of the data server's reply to a
 // request without names.
@@ -82,7 +88,8 @@ class EchoServer {
 public:
     ~EchoServer() { stop(); }
 
-    bool start(std::string& why)
+    // extraMapLines: synthetic lines appended to the root's property map.
+    bool start(std::string& why, int extraMapLines = 0)
     {
         m_listen = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in a{};
@@ -214,7 +221,8 @@ class ServerProcess {
 public:
     ~ServerProcess() { stop(); }
 
-    bool start(std::string& why)
+    // extraMapLines: synthetic lines appended to the root's property map.
+    bool start(std::string& why, int extraMapLines = 0)
     {
         const std::string binary = exeDir() + "/gds";
         if (access(binary.c_str(), X_OK) != 0) {
@@ -228,6 +236,17 @@ public:
             return false;
         }
         m_log = m_root + "/gds-bench.log";
+        if (extraMapLines > 0) {
+            FILE* map = fopen((m_root + "/usr/local/etc/appweb/map.properties").c_str(), "a");
+            if (map == nullptr) {
+                why = "cannot extend the property map";
+                return false;
+            }
+            for (int i = 0; i < extraMapLines; ++i) {
+                fprintf(map, "benchProperty%d,bench_property_%d,int,2,0,1000000\n", i, i);
+            }
+            fclose(map);
+        }
 
         // Everything the child needs is prepared before fork: the echo
         // server's threads are running, so the child may only exec.
@@ -665,6 +684,27 @@ int main(int argc, char** argv)
                 }
             }
         }
+    }
+    // Connection set-up cost of the property map: the same connect + get +
+    // close against a server whose map has kLargeMapExtraLines more lines.
+    if (targets.size() > 1) {
+        server.stop();
+        ServerProcess large;
+        if (!large.start(why, kLargeMapExtraLines)) {
+            printf("\nlarge property map: not measured: %s\n", why.c_str());
+        } else {
+            const BenchRequest& req = kRequests[1];
+            printf("\nrequest \"%s\" with %d more property map lines (read at every connection)\n", req.text,
+                   kLargeMapExtraLines);
+            const Case c = {"connect+request+close", 0};
+            Result baseline = runCase(c, targets[0], req.text, seconds);
+            printRow(c.name, targets[0].name, baseline, nullptr);
+            GDSClient::Options legacy = targets[0].options;
+            legacy.port = large.legacyPort();
+            Result r = runCase(c, Target{"gds legacy", legacy}, req.text, seconds);
+            printRow("", "gds legacy", r, &baseline);
+        }
+        large.stop();
     }
     server.stop();
     echo.stop();
