@@ -33,9 +33,11 @@ int main(int argc, char** argv)
     } catch (const char* message) {
         printf("%s\n", message != nullptr ? message : "");
         fflush(stdout);
+        delete server;
         return 1;
     }
     if (server->helpShown()) {
+        delete server;
         return 0;
     }
     fflush(stdout);
