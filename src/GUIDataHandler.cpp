@@ -2,12 +2,33 @@
 
 #include "DataAgent.h"
 #include "DefaultPropertyAgent.h"
+#include "JNLPDataAgent.h"
+#include "ServiceAgent.h"
+#include "videoCaptureAgent.h"
 
 GUIDataHandler::GUIDataHandler(ConnectionHandler& connection) : DataHandler(connection), m_defaultAgent(nullptr)
 {
     m_defaultAgent = new DefaultPropertyAgent(*this);
-    // The launch-document, video capture and service agents register their
-    // names here as they are built.
+
+    DataAgent* jnlp = new JNLPDataAgent(*this);
+    for (const char* name :
+         {"viewer.jnlp", "bootCapture.jnlp", "crashCapture.jnlp", "vmStart", "genComputeTokens", "kvm.jnlp"}) {
+        addAgent(name, jnlp);
+    }
+
+    DataAgent* video = new videoCaptureAgent(*this);
+    for (const char* name : {"videoBootCapture", "videoCrashCapture", "crashCaptureTrigger", "bootCaptureEnabled",
+                             "bootCaptureStopOnPost", "crashCaptureEnabled"}) {
+        addAgent(name, video);
+    }
+
+    DataAgent* service = new ServiceAgent(*this);
+    for (const char* name :
+         {"sshEnabled", "sshPort", "sshTimeout", "sshMaxSessions", "webEnabled", "webTimeout", "webHTTPPort",
+          "webHTTPSPort", "xmlapiEnabled", "redfishEnabled", "apiEnabled", "hostApiEnabled", "hostApiIP", "hostApiPort",
+          "maxApiCallers", "apiEncrypted", "apiHTTPPort", "apiHTTPSPort"}) {
+        addAgent(name, service);
+    }
 }
 
 GUIDataHandler::~GUIDataHandler()
