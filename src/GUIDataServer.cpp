@@ -11,6 +11,7 @@
 #include "ConfigFile.h"
 #include "ConnectionManager.h"
 #include "DataAgent.h"
+#include "biosTokenGatherer.h"
 #include "PlatformRoot.h"
 #include "gds_tlog.h"
 
@@ -178,6 +179,14 @@ void GUIDataServer::setConfigProperty(std::string& key, std::string& value)
 
 void GUIDataServer::start()
 {
+    TLOG(2, "Spawn a thread for BIOSTokenGatherer\n");
+    pthread_t gatherer;
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_create(&gatherer, &attr, biosTokenGatherer, nullptr);  // the result is not checked
+    pthread_attr_destroy(&attr);
+
     TLOG(2, "Starting up GUI Data Server.\n");
     m_log.logInfo("Starting up GUI Data Server.\n");
 
