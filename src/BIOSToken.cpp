@@ -109,8 +109,11 @@ void buildValidValues(const tokenInfo* info, char* text, size_t size)
         }
         strcat(name, " ");
         if (!appendIfFits(text, size, name)) {
+            // Cut at the end of the buffer.
             size_t used = strlen(text);
-            snprintf(text + used, size - used, "%s", name);  // cut at the end of the buffer
+            size_t n = used + 1 < size ? strnlen(name, size - used - 1) : 0;
+            memcpy(text + used, name, n);
+            text[used + n] = '\0';
             return;
         }
     }

@@ -29,9 +29,15 @@ const int kEventKind = 4;
 // The scan reports the third recording it meets (or the last of fewer).
 const int kScanEntries = 3;
 
+// Copies `text`, cut to fit `size` bytes with its terminator.
 void copyText(char* out, size_t size, const char* text)
 {
-    snprintf(out, size, "%s", text);
+    if (size == 0) {
+        return;
+    }
+    size_t n = strnlen(text, size - 1);
+    memcpy(out, text, n);
+    out[n] = '\0';
 }
 
 }  // namespace
