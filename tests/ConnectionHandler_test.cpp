@@ -98,15 +98,11 @@ TEST_F(Framing, FramesAreCheckedAndSplit)
         {"privilege split", false, legacy("x", 0x01000007), true, "x", 7, 1, "", ""},
         {"top byte 0xff", false, legacy("x", static_cast<int>(0xff000020u)), true, "x", 0x20, 255, "", ""},
         {"trailing line ends removed, inner kept", false, legacy("a\nb\n\n\n"), true, "a\nb", 0x7f, 0, "", ""},
-        {"all line ends", false, legacy("\n\n"), true, "", 0x7f, 0, "", ""},
         {"longest text", false, legacy(std::string(8092, 'g')), true, std::string(8092, 'g'), 0x7f, 0, "", ""},
         {"too long", false, be32(8097) + be32(0) + "BEEF", false, "", 0, 0, "", ""},
-        {"zero length", false, be32(0), false, "", 0, 0, "", ""},
-        {"negative length", false, be32(-5), false, "", 0, 0, "", ""},
         {"length shorter than magic", false, be32(2) + be32(0) + "BEEF", false, "", 0, 0, "", ""},
         {"bad magic", false, legacy("get=a", 0, "BEEX"), false, "", 0, 0, "", ""},
         {"truncated text", false, be32(100) + be32(0) + "BEEFshort", false, "", 0, 0, "", ""},
-        {"truncated length", false, std::string("\x00\x00", 2), false, "", 0, 0, "", ""},
         {"json request", true,
          nxtgen(R"({"Magic":"BEEF","Privilege":34,"Command":"get=a\n","Username":"admin","Interface":"web"})"), true,
          "get=a", 34, 0, "admin", "web"},
@@ -121,11 +117,7 @@ TEST_F(Framing, FramesAreCheckedAndSplit)
          true, "c", 0, 0, std::string(127, 'u'), "0123456789012345678901234567890"},
         {"json without command", true, nxtgen(R"({"Magic":"BEEF"})"), true, "", 0, 0, "", ""},
         {"json keys are case-sensitive", true, nxtgen(R"({"magic":"BEEF","Command":"c"})"), false, "", 0, 0, "", ""},
-        {"json bad magic", true, nxtgen(R"({"Magic":"BEE","Command":"c"})"), false, "", 0, 0, "", ""},
-        {"json not json", true, nxtgen("{\"Magic\":"), false, "", 0, 0, "", ""},
         {"json magic of wrong type", true, nxtgen(R"({"Magic":1234,"Command":"c"})"), false, "", 0, 0, "", ""},
-        {"json too long", true, be32(8097), false, "", 0, 0, "", ""},
-        {"json truncated", true, be32(50) + "{\"Magic\"", false, "", 0, 0, "", ""},
     };
     for (const FrameCase& c : cases) {
         ConnectionHandler* h = handlerFor(c.bytes, c.nxtGen);
@@ -145,32 +137,6 @@ TEST_F(Framing, FramesAreCheckedAndSplit)
         delete h;
         close(peer);
     }
-}
-
-TEST_F(Framing, EmptyRequestGetsTheEnvelope)
-{
-    ConnectionHandler* h = handlerFor(legacy("hello"), false);
-    ASSERT_NE(nullptr, h->nextRequest());
-    h->processRequest();
-    h->getSocket().flush();
-    std::string reply = replyBytes();
-    std::string text = "<root><status>ok</status>\n</root>\n";
-    EXPECT_EQ(std::string("\x00\x24\x01\x00", 4) + "BEEF" + text, reply);
-    h->getSocket().close();
-    delete h;
-    close(peer);
-}
-
-TEST_F(Framing, RawReplyWritesNoEnvelopeAndNoFinalPacket)
-{
-    ConnectionHandler* h = handlerFor(legacy("hello", 0x01000000), false);
-    ASSERT_NE(nullptr, h->nextRequest());
-    h->processRequest();
-    h->getSocket().flush();
-    EXPECT_EQ("", replyBytes());
-    h->getSocket().close();
-    delete h;
-    close(peer);
 }
 
 TEST(GDSProtoHeader, DecodesOnlyWellTypedKeys)
