@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "BIOSToken.h"
 #include "bios_schema.h"
@@ -13,12 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static bool quiet = (freopen("/dev/null", "w", stdout) != nullptr);
     (void)quiet;
-    // An exact-size heap copy, so the sanitizer sees any read past the end.
-    char* bytes = static_cast<char*>(malloc(size == 0 ? 1 : size));
-    if (size > 0) {
-        memcpy(bytes, data, size);
-    }
-    FILE* file = fmemopen(bytes, size, "r");
+    FILE* file = fmemopen(const_cast<uint8_t*>(data), size, "r");
     BIOSToken* store = BIOSToken::getBIOSTokenInstance();
     store->clearTokenMaps();
     char guid[kBiosXmlBufferSize];
@@ -29,21 +23,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (file != nullptr) {
         fclose(file);
     }
+    const size_t limit = kBiosXmlBufferSize;
     for (int type = 0; type < 3; ++type) {
-        for (const auto& token : store->getTokenMap(static_cast<BIOSTokenType>(type))) {
-            if (token.first.size() >= static_cast<size_t>(kBiosXmlBufferSize) ||
-                token.second->settingName.size() >= static_cast<size_t>(kBiosXmlBufferSize)) {
+        for (const auto& [id, token] : store->getTokenMap(static_cast<BIOSTokenType>(type))) {
+            if (id.size() >= limit || token->settingName.size() >= limit) {
                 abort();
             }
-            for (const auto& option : token.second->options) {
-                if (option.first.size() >= static_cast<size_t>(kBiosXmlBufferSize) ||
-                    (option.second.isDefault != 0 && option.second.isDefault != 1)) {
+            for (const auto& [name, option] : token->options) {
+                if (name.size() >= limit || (option.isDefault != 0 && option.isDefault != 1)) {
                     abort();
                 }
             }
         }
     }
     store->clearTokenMaps();
-    free(bytes);
     return 0;
 }

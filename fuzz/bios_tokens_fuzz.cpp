@@ -13,17 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static bool quiet = (freopen("/dev/null", "w", stdout) != nullptr);
     (void)quiet;
-    char* bytes = static_cast<char*>(malloc(size == 0 ? 1 : size));
-    if (size > 0) {
-        memcpy(bytes, data, size);
-    }
-    FILE* file = fmemopen(bytes, size, "r");
-    char name[kBiosXmlBufferSize];
-    char value[kBiosXmlBufferSize];
-    int count = 0;
-    if (getFirstToken(file, name, value)) {
-        ++count;
-    }
+    FILE* file = fmemopen(const_cast<uint8_t*>(data), size, "r");
+    char name[kBiosXmlBufferSize], value[kBiosXmlBufferSize];
+    int count = getFirstToken(file, name, value);
     while (count < BIOSToken::kMaxTokenValues && getNextToken(file, name, value)) {
         if (strlen(name) >= sizeof name || strlen(value) >= sizeof value) {
             abort();
@@ -33,6 +25,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (file != nullptr) {
         fclose(file);
     }
-    free(bytes);
     return 0;
 }

@@ -3,6 +3,7 @@
 // elements are balanced (request values never add or break markup), and
 // never reads or writes outside a buffer. The first input byte picks the
 // request name and the privilege mask; the rest is the argument text.
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "AIMClient.h"
@@ -22,75 +24,56 @@ namespace {
 ConnectionHandler* connection = nullptr;
 int peer = -1;
 
-std::string be32(uint32_t v)
-{
-    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
-                       static_cast<char>(v)};
-}
-
-void writeFile(const std::string& path, const char* text)
-{
-    FILE* f = fopen(path.c_str(), "w");
-    if (f != nullptr) {
-        fputs(text, f);
-        fclose(f);
-    }
-}
-
-size_t count(const std::string& text, const char* what)
+size_t count(const std::string& text, const std::string& what)
 {
     size_t n = 0;
-    for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += strlen(what)) {
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
         ++n;
     }
     return n;
 }
 
 // A platform root in the working folder with the console switched on, one
-// recording, and a session manager that fails (so its record stays small).
+// recording, and a session manager that fails (so its record stays small);
+// a connection over a socket pair.
 void setUp()
 {
     char dir[] = "jnlp_fuzz-root-XXXXXX";
     if (mkdtemp(dir) == nullptr) {
         abort();
     }
-    char* cwd = getcwd(nullptr, 0);
-    std::string root = std::string(cwd) + "/" + dir;
-    free(cwd);
+    char cwd[4096];
+    std::string root = std::string(getcwd(cwd, sizeof cwd) != nullptr ? cwd : ".") + "/" + dir;
     setenv("GDS_ROOT", root.c_str(), 1);
     for (const char* sub : {"/tmp", "/tmp/bootcapture", "/var", "/var/session", "/var/session/faults"}) {
         mkdir((root + sub).c_str(), 0755);
     }
-    writeFile(root + "/tmp/bootcapture/boot.dvc", "b");
-    writeFile(root + "/var/session/faults/get_temp_credentials", "5");
+    std::ofstream(root + "/tmp/bootcapture/boot.dvc") << "b";
+    std::ofstream(root + "/var/session/faults/get_temp_credentials") << "5";
 
     GUIDataServer* server = new GUIDataServer();
     server->getAIMClient().setProperty("vkvm_bool_enabled", true, true);
-    ConnectionManager* manager = new ConnectionManager(*server);
-    int fds[2];
+    int fds[2], size = 4 << 20;
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
         abort();
     }
-    int size = 4 << 20;
     setsockopt(fds[1], SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     setsockopt(fds[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     fcntl(fds[1], F_SETFL, O_NONBLOCK);
     peer = fds[1];
-    sockaddr_in addr;
-    memset(&addr, 0, sizeof addr);
+    sockaddr_in addr = {};
     GUIDataSocket socket(fds[0], addr);
-    connection = new ConnectionHandler(*manager, socket, false);
+    connection = new ConnectionHandler(*new ConnectionManager(*server), socket, false);
 }
 
-// The reply data of everything sent so far.
+// The reply data of everything sent so far (packets: 2-byte length, 6 more header bytes).
 std::string drain()
 {
-    std::string bytes;
+    std::string bytes, text;
     char buf[65536];
     for (ssize_t n; (n = read(peer, buf, sizeof buf)) > 0;) {
         bytes.append(buf, static_cast<size_t>(n));
     }
-    std::string text;
     for (size_t at = 0; at + 8 <= bytes.size();) {
         size_t len = ((static_cast<unsigned char>(bytes[at]) << 8) | static_cast<unsigned char>(bytes[at + 1])) - 2;
         text += bytes.substr(at + 8, len);
@@ -112,11 +95,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     static const char* const kNames[] = {"viewer.jnlp", "kvm.jnlp", "bootCapture.jnlp", "crashCapture.jnlp",
                                          "get=genComputeTokens"};
     static const uint32_t kMasks[] = {0x7f, 0x20, 0x08, 0x00};
-    const char* name = kNames[data[0] % 5];
-    uint32_t mask = kMasks[(data[0] >> 4) % 4];
-    std::string text = std::string(name) + std::string(reinterpret_cast<const char*>(data + 1), size - 1);
-    text = text.substr(0, strnlen(text.c_str(), text.size()));
-    std::string frame = be32(static_cast<uint32_t>(text.size()) + 4) + be32(mask) + "BEEF" + text;
+    std::string text = kNames[data[0] % 5] + std::string(reinterpret_cast<const char*>(data + 1), size - 1);
+    text.resize(strnlen(text.c_str(), text.size()));
+    const uint32_t head[2] = {htonl(static_cast<uint32_t>(text.size()) + 4), htonl(kMasks[(data[0] >> 4) % 4])};
+    std::string frame = std::string(reinterpret_cast<const char*>(head), 8) + "BEEF" + text;
     if (write(peer, frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()) ||
         connection->nextRequest() == nullptr) {
         abort();
@@ -124,13 +106,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     connection->processRequest();
     connection->getSocket().flush();
     std::string reply = drain();
-    if (reply.compare(0, 5, "<?xml") == 0) {
-        // A document is whole, and its markup is only its own.
-        if (reply.size() < 10 || reply.compare(reply.size() - 10, 10, "  </jnlp>\n") != 0 ||
-            count(reply, "<argument>") != count(reply, "</argument>") || count(reply, "<jnlp ") != 1 ||
-            count(reply, "</jnlp>") != 1) {
-            abort();
-        }
+    // A document is whole, and its markup is only its own.
+    if (reply.compare(0, 5, "<?xml") == 0 &&
+        (reply.size() < 10 || reply.compare(reply.size() - 10, 10, "  </jnlp>\n") != 0 ||
+         count(reply, "<argument>") != count(reply, "</argument>") || count(reply, "<jnlp ") != 1 ||
+         count(reply, "</jnlp>") != 1)) {
+        abort();
     }
     return 0;
 }

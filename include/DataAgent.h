@@ -5,6 +5,9 @@
 // process-wide hardware platform identity (getPlatform).
 #pragma once
 
+#include <netinet/in.h>
+
+#include <cstdio>
 #include <string>
 
 #include "AComponentLog.h"
@@ -12,6 +15,7 @@
 
 class ConnectionHandler;
 class DataHandler;
+class GUIDataSocket;
 
 // The hardware platform. The numbers are fixed: the property service and
 // per-platform tables compare them, so the gaps stay.
@@ -79,6 +83,63 @@ public:
     bool powerOn();
     // Blocks the calling thread for the given time; returns 0.
     int threadSleep(int seconds, int milliseconds);
+
+    // --- controller tools and their YAML-like output ---
+    // Tools print documents ("---" ... "...") of "key: value" lines. Commands
+    // run through /bin/sh with default signal dispositions, standard input
+    // from /dev/null and no inherited descriptors; the caller makes sure that
+    // any user text inside `command` was checked or escaped. When prepared
+    // text (m_backendText) is set, no command runs: the next query reads the
+    // text instead and then releases it.
+
+    // Runs `command` and writes its output as XML elements to `socket`
+    // (xmlizeExt when `extended`, else xmlize). 0, or -1 when the command
+    // cannot run, exits non-zero or the conversion fails; what was written
+    // stays written. `agentName` (default "DataAgent") names the log lines.
+    int queryBackend(const char* command, GUIDataSocket& socket, const char* tag, bool& hasError,
+                     std::string& errorText, const char* pcCompStr, const char* agentName = nullptr,
+                     bool wrapList = false, bool extended = false);
+    // Converts `input` (or, when it is null, the prepared text) line by line:
+    // lines of at most 355 characters, elements cut at 355 characters,
+    // "order: N.0" as "order: N", error lines reported through `hasError` and
+    // `errorText` unless their text is `pcCompStr`; with `wrapList` the whole
+    // output goes inside "<tagList>". -1 when there is nothing to read.
+    int xmlize(FILE* input, GUIDataSocket& socket, const char* tag, bool& hasError, std::string& errorText,
+               const char* pcCompStr, bool wrapList);
+    // The same for tools with long lines: lines are kept whole (up to
+    // kMaxExtendedLine bytes), elements are never cut, error and order lines
+    // are plain content. -1 when there is nothing to read, for a line ending
+    // in a colon (no element after it) and for a line too long to hold.
+    int xmlizeExt(FILE* input, GUIDataSocket& socket, const char* tag, bool wrapDocuments);
+    // Runs `command` and appends all its output to `output`. The exit status
+    // (128 + the signal number when it was killed), or -1 when it cannot run.
+    int invokeBackend(const char* command, std::string& output, const char* agentName = nullptr);
+
+    static const int kXmlizeBufferSize = 356;         // xmlize's line and element buffers
+    static const int kExtendedChunk = 511;            // xmlizeExt reads this much at a time
+    static const int kMaxExtendedLine = 1024 * 1024;  // longest line xmlizeExt holds
+
+    // --- user text bound for command lines (see docs/security.md) ---
+    // Insert a backslash before every character of ";|\"$!@#%^*-_+"
+    // (passwords) or of that set and "()`>?<[]&}{" (shell text). Neither set
+    // holds line ends, blanks, single quotes or backslashes: escaped text
+    // still has to pass system_check_user_input before it stands in a line.
+    static void escapePassword(std::string& text);
+    static void escapeShellMetaChar(std::string& text);
+    // Removes one leading and then one trailing double quote, where present.
+    static void removeQuotesInString(std::string& text);
+    // Checks a file name: at most 254 characters of A-Z a-z 0-9 - _ . /,
+    // ending in `extension` (given with its full stop), a last component
+    // that does not begin with '-' and has no other full stop. 0 accepted,
+    // -1 invalid, -2 wrong extension; on failure `*errorText` points to a
+    // constant message (never to be released). Prints its verdict.
+    static int validateFileName(const char* fileName, const char* extension, char** errorText);
+    // Dotted text to a number, first part in the top byte; parts are read as
+    // strtoul with base 0 does, with no check of count or range. Overwrites
+    // the full stops of `text` with terminators.
+    static int ipv4_conv(char* text);
+    // inet_pton for IPv6: 1 for a valid address, else 0.
+    static int ipv6_conv(const char* text, in6_addr* address);
 
     // The platform this controller sits in, read from "/etc/product" (and the
     // chassis and riser pins) on first demand and cached; an unknown product

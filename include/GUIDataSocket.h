@@ -13,7 +13,7 @@
 class GUIDataSocket : public ASocket {
 public:
     static const int kReplyCapacity = 1024;
-    static const int kMaxBlock = 32765;     // data bytes of the largest packet
+    static const int kMaxBlock = 32765;       // data bytes of the largest packet
     static const int kScratchWarning = 8192;  // elements above this are warned about
 
     GUIDataSocket(int fd, sockaddr_in& peer);

@@ -6,6 +6,9 @@ set -euo pipefail
 build=${1:?build dir}
 seconds=${2:-10}
 here=$(cd "$(dirname "$0")/.." && pwd)
+# Absolute, because each target runs with the work folder as its current
+# directory.
+build=$(cd "$build" && pwd)
 work="$build/fuzz-work"
 rm -rf "$work"; mkdir -p "$work"
 status=0

@@ -1,13 +1,21 @@
 #include "DataAgent.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cerrno>
 #include <cstring>
-#include <pthread.h>
-#include <sys/time.h>
 
 #include "DataHandler.h"
+#include "GUIDataSocket.h"
 #include "PlatformRoot.h"
 #include "RequestToken.h"
 
@@ -55,12 +63,12 @@ PLATFORM DataAgent::getPlatform()
         const char* product;
         PLATFORM platform;
     } kProducts[] = {
-        {"dravon", PLATFORM_DRAVON},     {"zenth", PLATFORM_ZENTH},     {"kestin", PLATFORM_KESTIN},
-        {"morlac", PLATFORM_MORLAC},     {"tovrel", PLATFORM_TOVREL},   {"quentar", PLATFORM_QUENTAR},
-        {"lurven", PLATFORM_LURVEN},     {"pallix1", PLATFORM_PALLIX1}, {"pallix2", PLATFORM_PALLIX2},
-        {"vorsha1", PLATFORM_VORSHA1},   {"vorsha2", PLATFORM_VORSHA2}, {"greff1", PLATFORM_GREFF1},
-        {"greff2", PLATFORM_GREFF2},     {"nimbrel1", PLATFORM_NIMBREL1}, {"castrel", PLATFORM_CASTREL},
-        {"ondrik", PLATFORM_ONDRIK},     {"wescal", PLATFORM_WESCAL},   {"fenlow", PLATFORM_FENLOW},
+        {"dravon", PLATFORM_DRAVON},   {"zenth", PLATFORM_ZENTH},       {"kestin", PLATFORM_KESTIN},
+        {"morlac", PLATFORM_MORLAC},   {"tovrel", PLATFORM_TOVREL},     {"quentar", PLATFORM_QUENTAR},
+        {"lurven", PLATFORM_LURVEN},   {"pallix1", PLATFORM_PALLIX1},   {"pallix2", PLATFORM_PALLIX2},
+        {"vorsha1", PLATFORM_VORSHA1}, {"vorsha2", PLATFORM_VORSHA2},   {"greff1", PLATFORM_GREFF1},
+        {"greff2", PLATFORM_GREFF2},   {"nimbrel1", PLATFORM_NIMBREL1}, {"castrel", PLATFORM_CASTREL},
+        {"ondrik", PLATFORM_ONDRIK},   {"wescal", PLATFORM_WESCAL},     {"fenlow", PLATFORM_FENLOW},
         {"ruskel", PLATFORM_RUSKEL},
     };
     // Without "/etc/product" (a development machine) the platform is unknown.
@@ -271,4 +279,508 @@ int DataAgent::threadSleep(int seconds, int milliseconds)
     pthread_cond_destroy(&cond);
     pthread_mutex_destroy(&mutex);
     return 0;
+}
+
+// ---------------------------------------------------------------------------
+// Controller tools and their YAML-like output
+
+extern char** environ;
+
+namespace {
+
+// A tool started through the shell, its standard output readable as a stream.
+struct BackendPipe {
+    FILE* stream = nullptr;
+    pid_t pid = -1;
+};
+
+// popen(command, "r"), except that the child must not inherit the server's
+// state: the server ignores SIGPIPE (a tool must die when its reader goes
+// away), and its client connections and listening sockets stay out of the
+// tool. So the shell starts with default signal dispositions, nothing
+// blocked, standard input from /dev/null and descriptors 0 to 2 only.
+bool openBackend(const char* command, BackendPipe& backend)
+{
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return false;
+    }
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_t actions;
+    bool ok = posix_spawnattr_init(&attr) == 0;
+    if (ok && posix_spawn_file_actions_init(&actions) != 0) {
+        posix_spawnattr_destroy(&attr);
+        ok = false;
+    }
+    pid_t pid = -1;
+    if (ok) {
+        sigset_t all;
+        sigset_t none;
+        sigfillset(&all);
+        sigemptyset(&none);
+        char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
+        ok = posix_spawnattr_setsigdefault(&attr, &all) == 0 && posix_spawnattr_setsigmask(&attr, &none) == 0 &&
+             posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) == 0 &&
+             posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0) == 0 &&
+             posix_spawn_file_actions_adddup2(&actions, fds[1], 1) == 0 &&
+             posix_spawn_file_actions_addclosefrom_np(&actions, 3) == 0 &&
+             posix_spawn(&pid, "/bin/sh", &actions, &attr, argv, environ) == 0;
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attr);
+    }
+    close(fds[1]);
+    FILE* stream = ok ? fdopen(fds[0], "r") : nullptr;
+    if (stream == nullptr) {
+        close(fds[0]);
+        if (ok) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        return false;
+    }
+    backend.stream = stream;
+    backend.pid = pid;
+    return true;
+}
+
+// pclose: closes the stream first (a tool still writing gets SIGPIPE), then
+// waits. The exit status, 128 + the signal number for a killed tool (so a
+// crash never reads as success), or -1.
+int closeBackend(BackendPipe& backend)
+{
+    fclose(backend.stream);
+    backend.stream = nullptr;
+    int status = 0;
+    while (waitpid(backend.pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    if (WIFEXITED(status)) {
+        return WEXITSTATUS(status);
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+}
+
+// Lines of a tool's output, from its stream or from prepared text.
+class LineSource {
+public:
+    LineSource(FILE* stream, const char* text) : m_stream(stream), m_text(stream == nullptr ? text : nullptr) {}
+
+    // Copies at most `max` bytes into `buffer`, up to and including the next
+    // line break; the number of bytes, 0 at the end. Not terminated.
+    size_t read(char* buffer, size_t max)
+    {
+        size_t n = 0;
+        if (m_stream != nullptr) {
+            int c;
+            while (n < max && (c = getc(m_stream)) != EOF) {
+                buffer[n++] = static_cast<char>(c);
+                if (c == '\n') {
+                    break;
+                }
+            }
+        } else if (m_text != nullptr) {
+            while (n < max && *m_text != '\0') {
+                char c = *m_text++;
+                buffer[n++] = c;
+                if (c == '\n') {
+                    break;
+                }
+            }
+        }
+        return n;
+    }
+
+private:
+    FILE* m_stream;
+    const char* m_text;
+};
+
+// "order: N.0" for N of 0 to 19 becomes "order: N".
+const char* const kOrderTable[20] = {"0.0",  "1.0",  "2.0",  "3.0",  "4.0",  "5.0",  "6.0",  "7.0",  "8.0",  "9.0",
+                                     "10.0", "11.0", "12.0", "13.0", "14.0", "15.0", "16.0", "17.0", "18.0", "19.0"};
+
+// Makes `buffer` hold at least `size` bytes; false when it cannot (the old
+// buffer is kept) or when `size` is above `limit`.
+bool reserve(char*& buffer, size_t& capacity, size_t size, size_t limit)
+{
+    if (size <= capacity) {
+        return true;
+    }
+    if (size > limit) {
+        return false;
+    }
+    size_t grown = capacity < 256 ? 256 : capacity;
+    while (grown < size) {
+        grown *= 2;
+    }
+    if (grown > limit) {
+        grown = limit;
+    }
+    char* bigger = static_cast<char*>(realloc(buffer, grown));
+    if (bigger == nullptr) {
+        return false;
+    }
+    buffer = bigger;
+    capacity = grown;
+    return true;
+}
+
+}  // namespace
+
+int DataAgent::xmlize(FILE* input, GUIDataSocket& socket, const char* tag, bool& hasError, std::string& errorText,
+                      const char* pcCompStr, bool wrapList)
+{
+    hasError = false;
+    errorText.clear();
+    if (input == nullptr && m_backendText == nullptr) {
+        return -1;
+    }
+    LineSource source(input, m_backendText);
+    char line[kXmlizeBufferSize];
+    char element[kXmlizeBufferSize];
+    if (wrapList && tag != nullptr) {
+        snprintf(element, sizeof element, "<%sList>", tag);
+        socket.writeString(element);
+    }
+    bool documentOpen = false;
+    for (size_t n; (n = source.read(line, sizeof line - 1)) > 0;) {
+        line[n] = '\0';
+        size_t length = strlen(line);  // a NUL byte from the tool ends the line's text
+        if (strncmp(line, "error:", 6) == 0) {
+            line[--length] = '\0';  // normally the line break
+            const char* text = length >= 7 ? line + 7 : "";
+            if (pcCompStr != nullptr && strcmp(text, pcCompStr) == 0) {
+                continue;
+            }
+            if (length > 7) {
+                errorText = text;
+                hasError = true;
+            }
+            // and on: the error is written as an element as well
+        }
+        if (strncmp(line, "---", 3) == 0) {
+            if (tag != nullptr) {
+                if (documentOpen) {
+                    snprintf(element, sizeof element, "</%s><%s>", tag, tag);
+                } else {
+                    snprintf(element, sizeof element, "<%s>", tag);
+                }
+                socket.writeString(element);
+                documentOpen = true;
+            }
+            continue;
+        }
+        if (strncmp(line, "...", 3) == 0) {
+            if (documentOpen) {
+                snprintf(element, sizeof element, "</%s>", tag);
+                socket.writeString(element);
+                documentOpen = false;
+            }
+            continue;
+        }
+        if (length > 0 && line[length - 1] == '\n') {
+            line[--length] = '\0';
+        }
+        if (strncmp(line, "order: ", 7) == 0) {
+            for (int i = 0; i < 20; ++i) {
+                if (strcmp(line + 7, kOrderTable[i]) == 0) {
+                    snprintf(line, sizeof line, "order: %d", i);
+                    break;
+                }
+            }
+        }
+        const char* colon = strchr(line, ':');
+        if (colon == nullptr) {
+            continue;
+        }
+        int keyLength = static_cast<int>(colon - line);
+        const char* value = colon[1] == '\0' ? "" : colon + 2;
+        snprintf(element, sizeof element, "<%.*s>%s</%.*s>", keyLength, line, value, keyLength, line);
+        socket.writeString(element);
+    }
+    if (wrapList && tag != nullptr) {
+        snprintf(element, sizeof element, "</%sList>", tag);
+        socket.writeString(element);
+    }
+    // A document still open stays open.
+    return 0;
+}
+
+int DataAgent::xmlizeExt(FILE* input, GUIDataSocket& socket, const char* tag, bool wrapDocuments)
+{
+    if (input == nullptr && m_backendText == nullptr) {
+        return -1;
+    }
+    LineSource source(input, m_backendText);
+    char* line = nullptr;
+    size_t lineCapacity = 0;
+    char* element = nullptr;
+    size_t elementCapacity = 0;
+    const size_t lineLimit = static_cast<size_t>(kMaxExtendedLine) + 1;
+    const size_t tagLength = tag != nullptr ? strlen(tag) : 0;
+    bool documentOpen = false;
+    int result = 0;
+    for (;;) {
+        // Chunks are joined until one ends with a line break, or the input ends.
+        size_t length = 0;
+        for (;;) {
+            if (!reserve(line, lineCapacity, length + kExtendedChunk + 1, lineLimit + kExtendedChunk)) {
+                result = -1;
+                break;
+            }
+            size_t n = source.read(line + length, kExtendedChunk);
+            length += n;
+            if (n == 0 || line[length - 1] == '\n') {
+                break;
+            }
+            if (length > static_cast<size_t>(kMaxExtendedLine)) {
+                result = -1;
+                break;
+            }
+        }
+        if (result != 0 || length == 0) {
+            break;
+        }
+        line[length] = '\0';
+        if (line[length - 1] == '\n') {
+            line[--length] = '\0';
+        }
+        length = strlen(line);
+        if (strncmp(line, "---", 3) == 0) {
+            if (tag != nullptr && wrapDocuments) {
+                if (!reserve(element, elementCapacity, 2 * tagLength + 16, SIZE_MAX)) {
+                    result = -1;
+                    break;
+                }
+                snprintf(element, elementCapacity, documentOpen ? "</%s><%s>" : "<%s>", tag, tag);
+                socket.writeString(element);
+                documentOpen = true;
+            }
+            continue;
+        }
+        if (strncmp(line, "...", 3) == 0) {
+            if (documentOpen) {
+                if (!reserve(element, elementCapacity, tagLength + 16, SIZE_MAX)) {
+                    result = -1;
+                    break;
+                }
+                snprintf(element, elementCapacity, "</%s>", tag);
+                socket.writeString(element);
+                documentOpen = false;
+            }
+            continue;
+        }
+        const char* colon = strchr(line, ':');
+        if (colon == nullptr) {
+            continue;
+        }
+        if (colon[1] == '\0') {
+            result = -1;  // nothing after the colon: the tool's output is broken
+            break;
+        }
+        size_t keyLength = static_cast<size_t>(colon - line);
+        size_t size = length + 2 * keyLength + 16;
+        if (!reserve(element, elementCapacity, size, SIZE_MAX)) {
+            result = -1;
+            break;
+        }
+        snprintf(element, elementCapacity, "<%.*s>%s</%.*s>", static_cast<int>(keyLength), line, colon + 2,
+                 static_cast<int>(keyLength), line);
+        socket.writeString(element);
+    }
+    free(line);
+    free(element);
+    return result;
+}
+
+int DataAgent::queryBackend(const char* command, GUIDataSocket& socket, const char* tag, bool& hasError,
+                            std::string& errorText, const char* pcCompStr, const char* agentName, bool wrapList,
+                            bool extended)
+{
+    const char* logName = agentName != nullptr ? agentName : "DataAgent";
+    if (command == nullptr || tag == nullptr) {
+        free(m_backendText);
+        m_backendText = nullptr;
+        return -1;
+    }
+    int result = 0;
+    BackendPipe backend;
+    bool ran = false;
+    if (m_backendText == nullptr) {
+        ran = openBackend(command, backend);
+        if (!ran) {
+            m_log.logTrace("%s::queryBackend(%s) failed to run\n", logName, command);
+            result = -1;
+        }
+    }
+    if (result == 0) {
+        int rc = extended ? xmlizeExt(backend.stream, socket, tag, wrapList)
+                          : xmlize(backend.stream, socket, tag, hasError, errorText, pcCompStr, wrapList);
+        int ret = ran ? closeBackend(backend) : 0;
+        if (rc != 0 || ret != 0) {
+            m_log.logTrace("%s::queryBackend(%s) rc %d ret %d\n", logName, command, rc, ret);
+            result = -1;
+        }
+    }
+    m_log.logTrace("%s::queryBackend(%s) returning %d\n", logName, command, result);
+    free(m_backendText);
+    m_backendText = nullptr;
+    return result;
+}
+
+int DataAgent::invokeBackend(const char* command, std::string& output, const char* agentName)
+{
+    const char* logName = agentName != nullptr ? agentName : "DataAgent";
+    if (command == nullptr) {
+        return -1;
+    }
+    int result = -1;
+    BackendPipe backend;
+    if (!openBackend(command, backend)) {
+        m_log.logError("%s::invokeBackend failed to run\n", logName);
+    } else {
+        char piece[256];
+        for (size_t n; (n = fread(piece, 1, sizeof piece - 1, backend.stream)) > 0;) {
+            output.append(piece, n);
+        }
+        result = closeBackend(backend);
+        if (result != 0) {
+            m_log.logError("%s::invokeBackend ret %d\n", logName, result);
+        }
+    }
+    m_log.logTrace("%s::invokeBackend, returning %d ", logName, result);
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// User text bound for command lines
+
+namespace {
+
+const char kPasswordSet[] = ";|\"$!@#%^*-_+";
+const char kShellSet[] = ";|\"$!@#%^*-_+()`>?<[]&}{";
+
+void escapeCharacters(std::string& text, const char* set)
+{
+    std::string escaped;
+    escaped.reserve(text.size() * 2);
+    for (char c : text) {
+        if (c != '\0' && strchr(set, c) != nullptr) {
+            escaped += '\\';
+        }
+        escaped += c;
+    }
+    text.swap(escaped);
+}
+
+// validateFileName's stored messages: constants the caller must not release.
+char kInvalidParam[] = "Invalid Input Param\n";
+char kInvalidLength[] = "Invalid File Length\n";
+char kInvalidExtension[] = "Invalid File Extension\n";
+char kInvalidCharacters[] =
+    "Invalid Character(s) in File Name\nAcceptable Character Set: {'A...Z', 'a...z', '0...9', '-', '_', '.', "
+    "'/'}\n";
+char kMalformed[] = "Malformed File Name\n";
+
+bool isFileNameCharacter(char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+           c == '.' || c == '/';
+}
+
+}  // namespace
+
+void DataAgent::escapePassword(std::string& text)
+{
+    escapeCharacters(text, kPasswordSet);
+}
+
+void DataAgent::escapeShellMetaChar(std::string& text)
+{
+    escapeCharacters(text, kShellSet);
+}
+
+void DataAgent::removeQuotesInString(std::string& text)
+{
+    if (text.empty()) {
+        return;
+    }
+    if (text.front() == '"') {
+        text.erase(0, 1);
+    }
+    if (!text.empty() && text.back() == '"') {
+        text.pop_back();
+    }
+}
+
+int DataAgent::validateFileName(const char* fileName, const char* extension, char** errorText)
+{
+    if (fileName == nullptr || extension == nullptr || errorText == nullptr) {
+        puts("Invalid Input Param");
+        if (errorText != nullptr) {
+            *errorText = kInvalidParam;
+        }
+        return -1;
+    }
+    *errorText = nullptr;
+    size_t nameLength = strlen(fileName);
+    if (nameLength > 254) {
+        puts("Invalid File Length");
+        *errorText = kInvalidLength;
+        return -1;
+    }
+    printf("Input: Filename:%s - Extn:%s\n", fileName, extension);
+    size_t extensionLength = strlen(extension);
+    if (extensionLength > nameLength || strcmp(fileName + nameLength - extensionLength, extension) != 0) {
+        puts("Invalid File Extension");
+        *errorText = kInvalidExtension;
+        return -2;
+    }
+    for (size_t i = 0; i < nameLength; ++i) {
+        if (!isFileNameCharacter(fileName[i])) {
+            puts(
+                "Invalid Character(s) in File Name.\nAcceptable Character Set: {'A...Z', 'a...z', '0...9', '-', "
+                "'_', '.', '/'}");
+            *errorText = kInvalidCharacters;
+            return -1;
+        }
+    }
+    const char* slash = strrchr(fileName, '/');
+    const char* base = slash != nullptr ? slash + 1 : fileName;
+    size_t baseLength = strlen(base);
+    // Nothing but the extension, or the extension reaching into the folder part.
+    bool malformed = baseLength <= extensionLength || base[0] == '-';
+    if (!malformed && memchr(base, '.', baseLength - extensionLength) != nullptr) {
+        malformed = true;  // a full stop in the stem
+    }
+    if (malformed) {
+        puts("Malformed File Name");
+        *errorText = kMalformed;
+        return -1;
+    }
+    puts("Filename Accepted!");
+    return 0;
+}
+
+int DataAgent::ipv4_conv(char* text)
+{
+    if (text == nullptr) {
+        return 0;
+    }
+    uint32_t address = 0;
+    char* save = nullptr;
+    for (char* part = strtok_r(text, ".", &save); part != nullptr; part = strtok_r(nullptr, ".", &save)) {
+        address = (address << 8) + static_cast<uint32_t>(strtoul(part, nullptr, 0));
+    }
+    return static_cast<int>(address);
+}
+
+int DataAgent::ipv6_conv(const char* text, in6_addr* address)
+{
+    if (text == nullptr || address == nullptr) {
+        return 0;
+    }
+    return inet_pton(AF_INET6, text, address) == 1 ? 1 : 0;
 }

@@ -17,7 +17,8 @@ DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* nam
     m_log.logTrace("Initializing DefaultPropertyAgent\n");
     const char* env = getenv("MORVANE_MAP_PROP_FILE");
     m_log.logInfo(" ENV: MORVANE_MAP_PROP_FILE=%s\n", env != nullptr ? env : "(null)");
-    std::string fileName = env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/map.properties");
+    std::string fileName =
+        env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/map.properties");
     m_log.logInfo(" Attempting to open property map file: %s\n", fileName.c_str());
     FILE* file = fopen(fileName.c_str(), "r");
     if (file == nullptr) {
@@ -35,8 +36,7 @@ DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* nam
             m_log.logError("Unknown property type (%s) read from %s.\n", types[i].c_str(), fileName.c_str());
         }
         PropertyInfo* info = new PropertyInfo(names[i], aimNames[i], type, privileges[i], maxValues[i], minValues[i]);
-        m_log.logInfo(" Adding property %s: (%s,%i,%i)\n", names[i].c_str(), aimNames[i].c_str(), type,
-                      privileges[i]);
+        m_log.logInfo(" Adding property %s: (%s,%i,%i)\n", names[i].c_str(), aimNames[i].c_str(), type, privileges[i]);
         auto it = m_propertyTable.find(names[i]);
         if (it != m_propertyTable.end()) {
             delete it->second;
@@ -161,47 +161,47 @@ int DefaultPropertyAgent::processGet()
         printf(" name(%s), type(%i)\n", info->aimName.c_str(), info->type);
         const char* aimName = info->aimName.c_str();
         switch (info->type) {
-        case PropertyInfo::INT: {
-            int n = 0;
-            if (client.getProperty(aimName, n)) {
-                info->value = AInteger::toString(n);
-            } else {
-                info->value.clear();
-                m_status |= 2;
-            }
-            break;
-        }
-        case PropertyInfo::BOOL: {
-            bool b = false;
-            if (client.getProperty(aimName, b)) {
-                info->value = b ? "1" : "0";
-            } else {
-                info->value.clear();
-                m_status |= 2;
-            }
-            break;
-        }
-        case PropertyInfo::STRING:
-        case PropertyInfo::CRYPT: {
-            if (info->aimName.empty()) {
-                m_status |= 2;
+            case PropertyInfo::INT: {
+                int n = 0;
+                if (client.getProperty(aimName, n)) {
+                    info->value = AInteger::toString(n);
+                } else {
+                    info->value.clear();
+                    m_status |= 2;
+                }
                 break;
             }
-            memset(buffer, 0, sizeof buffer);
-            bool ok = info->type == PropertyInfo::STRING ? client.getProperty(aimName, buffer)
-                                                         : client.getPropertyCrypt(aimName, buffer);
-            if (ok) {
-                info->value = buffer;
-            } else {
-                info->value.clear();
-                m_status |= 2;
+            case PropertyInfo::BOOL: {
+                bool b = false;
+                if (client.getProperty(aimName, b)) {
+                    info->value = b ? "1" : "0";
+                } else {
+                    info->value.clear();
+                    m_status |= 2;
+                }
+                break;
             }
-            break;
-        }
-        default:
-            m_log.logError("Unknown property type %i\n", info->type);
-            m_status |= 2;
-            break;
+            case PropertyInfo::STRING:
+            case PropertyInfo::CRYPT: {
+                if (info->aimName.empty()) {
+                    m_status |= 2;
+                    break;
+                }
+                memset(buffer, 0, sizeof buffer);
+                bool ok = info->type == PropertyInfo::STRING ? client.getProperty(aimName, buffer)
+                                                             : client.getPropertyCrypt(aimName, buffer);
+                if (ok) {
+                    info->value = buffer;
+                } else {
+                    info->value.clear();
+                    m_status |= 2;
+                }
+                break;
+            }
+            default:
+                m_log.logError("Unknown property type %i\n", info->type);
+                m_status |= 2;
+                break;
         }
     }
     return m_status;
@@ -264,10 +264,10 @@ int DefaultPropertyAgent::processSet()
             }
             if (!info->minValue.empty() || !info->maxValue.empty()) {
                 // An empty bound reads as 0; a bound holding "*" is no bound.
-                bool tooHigh = info->maxValue.find('*') == std::string::npos &&
-                               n > strtol(info->maxValue.c_str(), nullptr, 0);
-                bool tooLow = info->minValue.find('*') == std::string::npos &&
-                              n < strtol(info->minValue.c_str(), nullptr, 0);
+                bool tooHigh =
+                    info->maxValue.find('*') == std::string::npos && n > strtol(info->maxValue.c_str(), nullptr, 0);
+                bool tooLow =
+                    info->minValue.find('*') == std::string::npos && n < strtol(info->minValue.c_str(), nullptr, 0);
                 if (tooHigh || tooLow) {
                     m_status = 2;
                     info->stored = false;

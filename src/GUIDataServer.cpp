@@ -1,18 +1,18 @@
 #include "GUIDataServer.h"
 
+#include <pthread.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <pthread.h>
 
 #include "AUtil.h"
 #include "CommandLine.h"
 #include "ConfigFile.h"
 #include "ConnectionManager.h"
 #include "DataAgent.h"
-#include "biosTokenGatherer.h"
 #include "PlatformRoot.h"
+#include "biosTokenGatherer.h"
 #include "gds_tlog.h"
 
 #define TLOG(level, fmt, ...) GDS_TLOG(level, "GUIDataServer", fmt, ##__VA_ARGS__)
@@ -246,7 +246,8 @@ void GUIDataServer::loadPropertyFile(FILE* file, std::vector<std::string>& names
 void GUIDataServer::setDefaultProperties()
 {
     const char* env = getenv("MORVANE_DEF_PROP_FILE");
-    std::string fileName = env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/default.properties");
+    std::string fileName =
+        env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/default.properties");
     TLOG(0, " Attempting to open default properties file: %s\n", fileName.c_str());
     m_log.logTrace(" Attempting to open default properties file: %s\n", fileName.c_str());
 

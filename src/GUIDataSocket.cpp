@@ -1,13 +1,13 @@
 #include "GUIDataSocket.h"
 
+#include <sys/socket.h>
+#include <sys/uio.h>
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/socket.h>
-#include <sys/uio.h>
 
 namespace {
 bool isClean(unsigned char c)
@@ -136,8 +136,14 @@ void GUIDataSocket::writeWithHeader(int length, bool last, const char* data)
 void GUIDataSocket::writePacket(int length, bool last, const char* data)
 {
     unsigned int field = static_cast<unsigned int>(length) + 2;
-    unsigned char header[8] = {static_cast<unsigned char>((field >> 8) & 0xff), static_cast<unsigned char>(field & 0xff),
-                               static_cast<unsigned char>(last ? 1 : 0), 0, 'B', 'E', 'E', 'F'};
+    unsigned char header[8] = {static_cast<unsigned char>((field >> 8) & 0xff),
+                               static_cast<unsigned char>(field & 0xff),
+                               static_cast<unsigned char>(last ? 1 : 0),
+                               0,
+                               'B',
+                               'E',
+                               'E',
+                               'F'};
     iovec parts[2];
     parts[0].iov_base = header;
     parts[0].iov_len = sizeof header;
@@ -280,24 +286,24 @@ int GUIDataSocket::doXMLEscape(const char* in, char* out)
     for (const char* p = in; p != nullptr && *p != '\0'; ++p) {
         const char* rep = nullptr;
         switch (*p) {
-        case '"':
-            rep = "&quot;";
-            break;
-        case '&':
-            rep = "&amp;";
-            break;
-        case '\'':
-            rep = "&apos;";
-            break;
-        case '<':
-            rep = "&lt;";
-            break;
-        case '>':
-            rep = "&gt;";
-            break;
-        default:
-            out[n++] = *p;
-            continue;
+            case '"':
+                rep = "&quot;";
+                break;
+            case '&':
+                rep = "&amp;";
+                break;
+            case '\'':
+                rep = "&apos;";
+                break;
+            case '<':
+                rep = "&lt;";
+                break;
+            case '>':
+                rep = "&gt;";
+                break;
+            default:
+                out[n++] = *p;
+                continue;
         }
         size_t len = strlen(rep);
         memcpy(out + n, rep, len);

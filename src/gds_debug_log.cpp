@@ -1,11 +1,11 @@
 #include "gds_debug_log.h"
 
+#include <unistd.h>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
 #include <string>
-#include <unistd.h>
 
 #include "PlatformRoot.h"
 

@@ -46,6 +46,11 @@ struct GrammarCase {
     const char* stderrText;
 };
 
+void PrintTo(const GrammarCase& c, std::ostream* os)
+{
+    *os << c.what;
+}
+
 class ConfigGrammar : public testing::TestWithParam<GrammarCase> {};
 
 TEST_P(ConfigGrammar, BuildsHandlerTable)
@@ -62,30 +67,50 @@ TEST_P(ConfigGrammar, BuildsHandlerTable)
 INSTANTIATE_TEST_SUITE_P(
     Cases, ConfigGrammar,
     testing::Values(
-        GrammarCase{"full handler", "addHandler=inv\n[inv]\nlibFile=/lib/inv.so\nentryPoint=init\n", 0,
-                    {{"inv", "/lib/inv.so|init"}}, ""},
+        GrammarCase{"full handler",
+                    "addHandler=inv\n[inv]\nlibFile=/lib/inv.so\nentryPoint=init\n",
+                    0,
+                    {{"inv", "/lib/inv.so|init"}},
+                    ""},
         GrammarCase{"blank after = is dropped", "addHandler= inv\n[inv]\nlibFile= a.so\n", 0, {{"inv", "a.so|"}}, ""},
         GrammarCase{"blank before = makes another key", "addHandler =inv\n", 0, {}, ""},
-        GrammarCase{"inner and trailing blanks are kept", "addHandler=a b \n[a b ]\nlibFile=x\n", 0,
-                    {{"a b ", "x|"}}, ""},
-        GrammarCase{"section with blanks keeps the trailing one", "addHandler=name \n[ name ]\nlibFile=x\n", 0,
-                    {{"name ", "x|"}}, ""},
-        GrammarCase{"rest of line after value ignored", "addHandler=h=more\n", 0, {{"h", "|"}}, ""},
-        GrammarCase{"empty and short lines ignored", "\n\nword\naddHandler=\n=\naddHandler=h\n", 0, {{"h", "|"}},
+        GrammarCase{
+            "inner and trailing blanks are kept", "addHandler=a b \n[a b ]\nlibFile=x\n", 0, {{"a b ", "x|"}}, ""},
+        GrammarCase{"section with blanks keeps the trailing one",
+                    "addHandler=name \n[ name ]\nlibFile=x\n",
+                    0,
+                    {{"name ", "x|"}},
                     ""},
+        GrammarCase{"rest of line after value ignored", "addHandler=h=more\n", 0, {{"h", "|"}}, ""},
+        GrammarCase{"empty and short lines ignored", "\n\nword\naddHandler=\n=\naddHandler=h\n", 0, {{"h", "|"}}, ""},
         GrammarCase{"# lines without = do nothing", "# a comment\naddHandler=h\n", 0, {{"h", "|"}}, ""},
         GrammarCase{"last line without line end is applied", "addHandler=h", 0, {{"h", "|"}}, ""},
         GrammarCase{"carriage returns are part of words", "addHandler=h\r\n", 0, {{"h\r", "|"}}, ""},
-        GrammarCase{"[] is a bad header", "addHandler=a\n[]\naddHandler=b\n", 1, {{"a", "|"}},
+        GrammarCase{"[] is a bad header",
+                    "addHandler=a\n[]\naddHandler=b\n",
+                    1,
+                    {{"a", "|"}},
                     "Bad section header: token count=2, line number 2"},
-        GrammarCase{"[a]b is a bad header", "addHandler=a\n\n[a]b\naddHandler=b\n", 1, {{"a", "|"}},
+        GrammarCase{"[a]b is a bad header",
+                    "addHandler=a\n\n[a]b\naddHandler=b\n",
+                    1,
+                    {{"a", "|"}},
                     "Bad section header: token count=4, line number 3"},
-        GrammarCase{"header on the last line without line end", "addHandler=a\n[a]", 1, {{"a", "|"}},
+        GrammarCase{"header on the last line without line end",
+                    "addHandler=a\n[a]",
+                    1,
+                    {{"a", "|"}},
                     "Bad section header: token count=50, line number 1"},
         GrammarCase{"repeated addHandler forgets the earlier entry",
-                    "addHandler=h\n[h]\nlibFile=one.so\naddHandler=h\n", 0, {{"h", "|"}}, ""},
-        GrammarCase{"two handlers in name order", "addHandler=b\naddHandler=a\n[a]\nentryPoint=ea\n[b]\nentryPoint=eb\n",
-                    0, {{"a", "|ea"}, {"b", "|eb"}}, ""}),
+                    "addHandler=h\n[h]\nlibFile=one.so\naddHandler=h\n",
+                    0,
+                    {{"h", "|"}},
+                    ""},
+        GrammarCase{"two handlers in name order",
+                    "addHandler=b\naddHandler=a\n[a]\nentryPoint=ea\n[b]\nentryPoint=eb\n",
+                    0,
+                    {{"a", "|ea"}, {"b", "|eb"}},
+                    ""}),
     [](const testing::TestParamInfo<GrammarCase>& info) { return TestRoot::caseName(info.param.what); });
 
 TEST(ConfigFile, UndeclaredSectionIsReportedAndIgnored)

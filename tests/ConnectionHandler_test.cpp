@@ -109,8 +109,8 @@ TEST_F(Framing, FramesAreCheckedAndSplit)
         {"json long magic accepted", true, nxtgen(R"({"Magic":"BEEFCAKE","Command":"c"})"), true, "c", 0, 0, "", ""},
         {"json privilege of wrong type", true, nxtgen(R"({"Magic":"BEEF","Privilege":"7","Command":"c"})"), true, "c",
          0, 0, "", ""},
-        {"json raw reply", true, nxtgen(R"({"Magic":"BEEF","Privilege":4278190082,"Command":"c"})"), true, "c", 2,
-         255, "", ""},
+        {"json raw reply", true, nxtgen(R"({"Magic":"BEEF","Privilege":4278190082,"Command":"c"})"), true, "c", 2, 255,
+         "", ""},
         {"json names cut", true,
          nxtgen(R"({"Magic":"BEEF","Command":"c","Username":")" + longUser +
                 R"(","Interface":"0123456789012345678901234567890123456789"})"),

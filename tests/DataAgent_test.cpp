@@ -9,19 +9,13 @@
 
 #include "AgentHarness.h"
 #include "DataHandler.h"
+#include "StubAgent.h"
 
 namespace {
 
-class PlainAgent : public DataAgent {
+class PlainAgent : public StubAgent {
 public:
-    explicit PlainAgent(DataHandler& h) : DataAgent("Plain", h) {}
-    int initialize() override { return 1; }
-    int preProcessGet(std::string&, std::string&) override { return 1; }
-    int processGet() override { return 1; }
-    int postProcessGet(ConnectionHandler&) override { return 1; }
-    int preProcessSet(std::string&, TokenMap&) override { return 1; }
-    int processSet() override { return 1; }
-    int postProcessSet(ConnectionHandler&, TokenMap&) override { return 1; }
+    explicit PlainAgent(DataHandler& h) : StubAgent(h, "Plain") {}
 };
 
 TokenMap mapOf(const std::vector<std::pair<std::string, std::vector<std::string>>>& entries)
@@ -53,15 +47,9 @@ TEST_F(DataAgentTest, SetString)
         const char* buffer;  // expected; "UNTOUCHED" when left alone
     };
     std::vector<Case> cases = {
-        {"hello", 16, false, 1, "hello"},
-        {"hello", 3, false, 1, "he"},
-        {"hello", 1, false, 1, ""},
-        {"hello", 0, false, 0, "UNTOUCHED"},
-        {nullptr, 16, false, 0, ""},
-        {"\" ab \"", 16, true, 1, "ab"},
-        {"\"\"", 16, true, 1, "\"\""},
-        {"  ", 16, true, 1, "  "},
-        {"\" ab \"", 16, false, 1, "\" ab \""},
+        {"hello", 16, false, 1, "hello"},    {"hello", 3, false, 1, "he"}, {"hello", 1, false, 1, ""},
+        {"hello", 0, false, 0, "UNTOUCHED"}, {nullptr, 16, false, 0, ""},  {"\" ab \"", 16, true, 1, "ab"},
+        {"\"\"", 16, true, 1, "\"\""},       {"  ", 16, true, 1, "  "},    {"\" ab \"", 16, false, 1, "\" ab \""},
     };
     for (const Case& c : cases) {
         TokenMap map = c.arg != nullptr ? mapOf({{"p", {c.arg}}}) : mapOf({});
@@ -84,9 +72,8 @@ TEST_F(DataAgentTest, NumericArguments)
         int byteValue;  // as unsigned byte
     };
     std::vector<Case> cases = {
-        {"12", 1, 12, 12},      {"12abc", 1, 12, 12}, {" -7", 1, -7, 249},   {"300", 1, 300, 44},
-        {"", 0, 99, 99},        {"true", 0, 99, 99},  {nullptr, 0, 0, 0},    {"NOARGS", 0, 99, 99},
-        {"+5", 1, 5, 5},        {"abc", 0, 99, 99},
+        {"12", 1, 12, 12},   {"12abc", 1, 12, 12}, {" -7", 1, -7, 249},   {"300", 1, 300, 44}, {"", 0, 99, 99},
+        {"true", 0, 99, 99}, {nullptr, 0, 0, 0},   {"NOARGS", 0, 99, 99}, {"+5", 1, 5, 5},     {"abc", 0, 99, 99},
     };
     for (const Case& c : cases) {
         TokenMap map;
@@ -127,12 +114,8 @@ TEST_F(DataAgentTest, LookupStringAndStrictParse)
         int result;
         int value;
     };
-    for (const Case& c : std::vector<Case>{{"007", 1, 7},
-                                           {"", 1, 0},
-                                           {"-5", 0, 42},
-                                           {" 5", 0, 42},
-                                           {"5x", 0, 42},
-                                           {"99999999999", 1, 2147483647}}) {
+    for (const Case& c : std::vector<Case>{
+             {"007", 1, 7}, {"", 1, 0}, {"-5", 0, 42}, {" 5", 0, 42}, {"5x", 0, 42}, {"99999999999", 1, 2147483647}}) {
         int v = 42;
         EXPECT_EQ(c.result, agent.parseInt(c.text, v)) << c.text;
         EXPECT_EQ(c.value, v) << c.text;

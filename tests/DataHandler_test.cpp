@@ -9,22 +9,16 @@
 #include "AgentHarness.h"
 #include "DataAgent.h"
 #include "GUIDataHandler.h"
+#include "StubAgent.h"
 
 namespace {
 
 int g_deleted = 0;
 
-class CountingAgent : public DataAgent {
+class CountingAgent : public StubAgent {
 public:
-    explicit CountingAgent(DataHandler& h, const char* name = "Counting") : DataAgent(name, h) {}
+    explicit CountingAgent(DataHandler& h, const char* name = "Counting") : StubAgent(h, name) {}
     ~CountingAgent() override { ++g_deleted; }
-    int initialize() override { return 1; }
-    int preProcessGet(std::string&, std::string&) override { return 1; }
-    int processGet() override { return 1; }
-    int postProcessGet(ConnectionHandler&) override { return 1; }
-    int preProcessSet(std::string&, TokenMap&) override { return 1; }
-    int processSet() override { return 1; }
-    int postProcessSet(ConnectionHandler&, TokenMap&) override { return 1; }
 };
 
 TEST(DataHandler, RegistersOwnsAndDeletesEachAgentOnce)

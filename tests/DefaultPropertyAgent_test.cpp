@@ -141,8 +141,7 @@ TEST_F(MapFile, BoundsAndTypes)
 TEST_F(MapFile, UnreadablePropertiesAnswerEmptyAndFail)
 {
     auto h = withMap("flag,never_set_flag,bool,1\nname,never_set_name,string,1\nnoaim,,string,1\n");
-    EXPECT_EQ(std::string("<root><flag></flag>\n<name></name>\n") + (kFailed + 6),
-              h->request("get=flag,name"));
+    EXPECT_EQ(std::string("<root><flag></flag>\n<name></name>\n") + (kFailed + 6), h->request("get=flag,name"));
     h->root().writeFile("/var/aim/faults/set.never_set_name", "");
     EXPECT_EQ(kFailed, h->request("set=name:x"));
 }

@@ -39,6 +39,11 @@ struct PortCase {
     int port;
 };
 
+void PrintTo(const PortCase& c, std::ostream* os)
+{
+    *os << c.what;
+}
+
 class PortPrecedence : public testing::TestWithParam<PortCase> {};
 
 TEST_P(PortPrecedence, ChoosesLegacyPort)

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <random>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <random>
 
 namespace {
 
@@ -73,9 +73,12 @@ TEST_F(SocketPair, PacketBoundaries)
 {
     // reply bytes (-1: a flush of what is buffered) -> data length and last flag of each packet
     std::vector<std::pair<int, std::vector<std::pair<int, int>>>> cases = {
-        {0, {{0, 1}}},         {10, {{10, 1}}},
-        {1023, {{1023, 1}}},   {1024, {{1024, 0}, {0, 1}}},
-        {1500, {{1024, 0}, {476, 1}}}, {2048, {{1024, 0}, {1024, 0}, {0, 1}}},
+        {0, {{0, 1}}},
+        {10, {{10, 1}}},
+        {1023, {{1023, 1}}},
+        {1024, {{1024, 0}, {0, 1}}},
+        {1500, {{1024, 0}, {476, 1}}},
+        {2048, {{1024, 0}, {1024, 0}, {0, 1}}},
         {-1, {{3, 0}}},
     };
     for (const auto& c : cases) {
@@ -138,7 +141,7 @@ TEST_F(SocketPair, LongTextsAreSentWhole)
     std::string longName(5000, 'n');
     testing::internal::CaptureStdout();
     sock->writeSimpleElement("v", std::string(1000, '"').c_str());  // escaped through an allocated area
-    sock->writeSimpleElement(longName.c_str(), 7);                   // above the warning threshold
+    sock->writeSimpleElement(longName.c_str(), 7);                  // above the warning threshold
     sock->sendResponsePacket(true);
     std::string out = testing::internal::GetCapturedStdout();
     EXPECT_EQ(expected + "</v>\n<" + longName + ">7</" + longName + ">\n", joined());

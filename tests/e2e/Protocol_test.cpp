@@ -131,8 +131,7 @@ TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
         client.sendRaw(burst);
         for (int i = 0; i < 20; ++i) {
             GDSReply r = client.readReply();
-            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n",
-                      r.text);
+            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n", r.text);
         }
     }
 }

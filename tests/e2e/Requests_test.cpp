@@ -70,17 +70,14 @@ TEST_F(Requests, SetWritesThroughTheMapWithPrivilegeAndRange)
     std::vector<Case> cases = {
         {"set=sshPort:2222", 0x02, "<root><status>ok</status>\n</root>\n", "pm_int_ssh_port", "2222"},
         {"set=sshPort:2300", 0x00, "<root><status>ok</status>\n</root>\n", "pm_int_ssh_port", "2300"},
-        {"set=sshPort:2400", 0x04,
-         "<root><status>error</status><errorMsg>Insufficient privileges.</errorMsg></root>", "pm_int_ssh_port",
-         "2300"},
+        {"set=sshPort:2400", 0x04, "<root><status>error</status><errorMsg>Insufficient privileges.</errorMsg></root>",
+         "pm_int_ssh_port", "2300"},
         {"set=sshPort:70000", 0x02, std::string("<root>") + kGenericError, "pm_int_ssh_port", "2300"},
         {"set=sshPort:abc", 0x02, std::string("<root>") + kGenericError, "pm_int_ssh_port", "2300"},
-        {"set=hostname:\"new host\"", 0x02, "<root><status>ok</status>\n</root>\n", "net_hostname",
-         "\"new host\""},
+        {"set=hostname:\"new host\"", 0x02, "<root><status>ok</status>\n</root>\n", "net_hostname", "\"new host\""},
         {"set=dhcpEnabled:5", 0x02, "<root><status>ok</status>\n</root>\n", "net_bool_dhcp", "1"},
-        {"set=macAddress:x", 0x02,
-         "<root><status>error</status><errorMsg>Insufficient privileges.</errorMsg></root>", "net_mac",
-         "02:00:00:00:00:01"},
+        {"set=macAddress:x", 0x02, "<root><status>error</status><errorMsg>Insufficient privileges.</errorMsg></root>",
+         "net_mac", "02:00:00:00:00:01"},
         {"set=sshPort:22,b", 0x02, "<root><status>error</status><errorMsg>Bad request format</errorMsg></root>",
          "pm_int_ssh_port", "2300"},
     };
@@ -122,8 +119,7 @@ TEST_F(Requests, ExceptionsBecomeErrorReplies)
 
 TEST_F(Requests, PasswordPolicyReply)
 {
-    EXPECT_EQ("<root><set>userPolicyExpiry=30</set>\n<status>ok</status>\n</root>\n",
-              ask("set=userPolicyExpiry:30"));
+    EXPECT_EQ("<root><set>userPolicyExpiry=30</set>\n<status>ok</status>\n</root>\n", ask("set=userPolicyExpiry:30"));
     EXPECT_EQ(
         "<root><set>userPolicyExpiry=-1</set>\n<status>error</status>\n<errorMsg>User Password Expiry Policy "
         "configuration error. User Password Expiry Policy must meet the following requirements: 1. Valid password "
@@ -182,7 +178,8 @@ TEST_F(Requests, AuditLineWhileMarkerExists)
     std::string log = root->readFile("/var/log/gds.log");
     EXPECT_EQ(std::string::npos, log.find("get=mtu"));
     EXPECT_NE(std::string::npos, log.find("GDS_DBG_ERROR: interface  => get=hostname and ret=0\n")) << log;
-    EXPECT_NE(std::string::npos, log.find("GDS_DBG_ERROR: interface  => get=testThrow(format) RequestFormatException\n"))
+    EXPECT_NE(std::string::npos,
+              log.find("GDS_DBG_ERROR: interface  => get=testThrow(format) RequestFormatException\n"))
         << log;
 }
 

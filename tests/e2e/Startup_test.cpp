@@ -102,10 +102,16 @@ TEST(Startup, FailuresEndWithStatusAndMessage)
 {
     std::vector<FailureCase> cases = {
         {"help", {"-help", "-configfile", "/missing"}, nullptr, 0, "  \t-help\t Shows this help information\n"},
-        {"missing configuration", {"-configfile", "/no/such.conf"}, nullptr, 1,
+        {"missing configuration",
+         {"-configfile", "/no/such.conf"},
+         nullptr,
+         1,
          " Failed to open config file (/no/such.conf)!"},
         {"default configuration name", {}, nullptr, 1, " Failed to open config file (dataserver.conf)!"},
-        {"property service unusable", {"-configfile", "CONF"}, "/var/aim/faults/initialize", 1,
+        {"property service unusable",
+         {"-configfile", "CONF"},
+         "/var/aim/faults/initialize",
+         1,
          "Failed to initialize AIM."},
     };
     for (const FailureCase& c : cases) {

@@ -1,9 +1,9 @@
 #include "AgentHarness.h"
 
-#include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <cstring>
 
 namespace {
 std::string be32(int v)

@@ -4,8 +4,8 @@
 // the destructor) kills the server and reaps it.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+#include <string>
 #include <vector>
 
 class TestRoot;
@@ -19,7 +19,11 @@ public:
 
     // The configuration file's text ("" writes an empty file; the default is
     // the simulated controller's template).
-    void setConfig(const std::string& text) { m_config = text; m_hasConfig = true; }
+    void setConfig(const std::string& text)
+    {
+        m_config = text;
+        m_hasConfig = true;
+    }
     void setEnv(const std::string& name, const std::string& value) { m_env.push_back(name + "=" + value); }
     void addArgs(const std::vector<std::string>& args) { m_args.insert(m_args.end(), args.begin(), args.end()); }
 

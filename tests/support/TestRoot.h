@@ -25,8 +25,8 @@ public:
     void makeDirs(const std::string& controllerPath) const;
 
     // Folders of the build, from the test environment.
-    static std::string binDir();  // build/bin
-    static std::string libDir();  // build/lib
+    static std::string binDir();   // build/bin
+    static std::string libDir();   // build/lib
     static std::string simRoot();  // sim/root
 
     // A test-name-safe form of a case description ("bad magic" -> "bad_magic"),

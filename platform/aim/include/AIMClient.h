@@ -6,8 +6,8 @@
 // under "/var/aim" below the platform root (see docs/simulator.md).
 #pragma once
 
-#include "ALog.h"
 #include "AComponentLog.h"
+#include "ALog.h"
 
 class AIMClient {
 public:

@@ -22,8 +22,8 @@ int aim_config_set_str(const char* key, const char* value, int persist);
 
 /* Runs a named platform function; *length holds the input length on the call
  * and the output length on return. The timeout is in milliseconds. */
-int aim_function_execute_with_timeout_setting(const char* function, int* length, const void* input,
-                                              int outputCapacity, void* output, int timeout);
+int aim_function_execute_with_timeout_setting(const char* function, int* length, const void* input, int outputCapacity,
+                                              void* output, int timeout);
 
 /* Raises an event of `kind` with `length` payload bytes; non-zero on success. */
 int aim_event_type_occurred(int kind, const char* event, int length, const char* data);

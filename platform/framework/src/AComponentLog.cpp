@@ -25,10 +25,10 @@ void AComponentLog::vlog(int level, const char* format, va_list args)
     }
 }
 
-#define ACOMPONENTLOG_FORWARD(LEVEL)  \
-    va_list args;                     \
-    va_start(args, format);           \
-    vlog(LEVEL, format, args);        \
+#define ACOMPONENTLOG_FORWARD(LEVEL) \
+    va_list args;                    \
+    va_start(args, format);          \
+    vlog(LEVEL, format, args);       \
     va_end(args)
 
 void AComponentLog::log(int level, const char* format, ...)

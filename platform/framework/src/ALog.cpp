@@ -1,9 +1,9 @@
 #include "ALog.h"
 
+#include <sys/time.h>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <sys/time.h>
 #include <vector>
 
 namespace {
@@ -24,14 +24,14 @@ int levelFromEnvironment()
 const char* levelName(int level)
 {
     switch (level) {
-    case ALog::kError:
-        return "ERROR";
-    case ALog::kWarning:
-        return "WARN";
-    case ALog::kInfo:
-        return "INFO";
-    default:
-        return "TRACE";
+        case ALog::kError:
+            return "ERROR";
+        case ALog::kWarning:
+            return "WARN";
+        case ALog::kInfo:
+            return "INFO";
+        default:
+            return "TRACE";
     }
 }
 }  // namespace

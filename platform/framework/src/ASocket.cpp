@@ -1,9 +1,9 @@
 #include "ASocket.h"
 
-#include <cerrno>
-#include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
 
 ASocket::ASocket(int fd, const sockaddr_in& peer) : m_fd(fd), m_peer(peer), m_log("ASocket") {}
 

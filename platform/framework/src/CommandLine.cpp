@@ -4,8 +4,7 @@ namespace {
 bool isOption(const char* word)
 {
     // "-" alone and negative numbers ("-5") are values, not options.
-    return word != nullptr && word[0] == '-' && word[1] != '\0' &&
-           !(word[1] >= '0' && word[1] <= '9');
+    return word != nullptr && word[0] == '-' && word[1] != '\0' && !(word[1] >= '0' && word[1] <= '9');
 }
 }  // namespace
 

@@ -31,8 +31,8 @@ bool PlatformRoot::isShellSafe()
 {
     const std::string r = root();
     for (char c : r) {
-        bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                  strchr("/._-+", c) != nullptr;
+        bool ok =
+            (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || strchr("/._-+", c) != nullptr;
         if (!ok) {
             return false;
         }

@@ -1,0 +1,300 @@
+#include "safeexec.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "PlatformRoot.h"
+
+extern char** environ;
+
+namespace {
+
+// Characters that a shell treats as plain text in an unquoted word.
+bool isPlain(unsigned char c)
+{
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+           (c != '\0' && strchr("-_.,/:=@%+", c) != nullptr);
+}
+
+// The characters the agents escape with a backslash before text goes into a
+// command line; a backslash followed by one of them stands for that character.
+bool isEscapable(unsigned char c)
+{
+    return c != '\0' && strchr(";|\"$!@#%^*-_+()`>?<[]&}{", c) != nullptr;
+}
+
+// Both rules: at most kMaxRuleText bytes made of plain characters and escape
+// pairs; the password rule also allows a tilde that does not begin the text
+// (only a leading tilde is expanded by the shell).
+const size_t kMaxRuleText = 255;
+
+bool obeysRule(const char* text, bool password)
+{
+    size_t length = strnlen(text, kMaxRuleText + 1);
+    if (length > kMaxRuleText) {
+        return false;
+    }
+    for (size_t i = 0; i < length; ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        if (isPlain(c) || (password && c == '~' && i > 0)) {
+            continue;
+        }
+        if (c == '\\' && i + 1 < length && isEscapable(static_cast<unsigned char>(text[i + 1]))) {
+            ++i;
+            continue;
+        }
+        return false;
+    }
+    return true;
+}
+
+// The record and fault files are test aids of the stand-in; the controller's
+// library has neither.
+std::string encode(const char* text, bool blankToo)
+{
+    static const char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != '\0'; ++p) {
+        if (*p < 0x20 || *p >= 0x7f || *p == '%' || (blankToo && *p == ' ')) {
+            out += '%';
+            out += kHex[*p >> 4];
+            out += kHex[*p & 15];
+        } else {
+            out += static_cast<char>(*p);
+        }
+    }
+    return out;
+}
+
+// Appends one line to "/var/safeexec/commands"; a record that cannot be
+// written never keeps a command from running.
+void record(const std::string& kind, const std::string& what)
+{
+    mkdir(PlatformRoot::path("/var").c_str(), 0755);
+    mkdir(PlatformRoot::path("/var/safeexec").c_str(), 0755);
+    std::string path = PlatformRoot::path("/var/safeexec/commands");
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return;
+    }
+    timeval now;
+    gettimeofday(&now, nullptr);
+    char head[64];
+    snprintf(head, sizeof head, "%ld.%06ld ", static_cast<long>(now.tv_sec), static_cast<long>(now.tv_usec));
+    std::string line = head + kind + " " + what + "\n";
+    if (flock(fd, LOCK_EX) == 0) {
+        ssize_t ignored = write(fd, line.data(), line.size());
+        (void)ignored;
+    }
+    close(fd);
+}
+
+// True when the fault file of `call` exists; `result` gets the number inside,
+// -1 when there is none.
+bool injectedFault(const char* call, int& result)
+{
+    std::string path = PlatformRoot::path(std::string("/var/safeexec/faults/") + call);
+    FILE* f = fopen(path.c_str(), "re");
+    if (f == nullptr) {
+        return false;
+    }
+    if (fscanf(f, "%d", &result) != 1) {
+        result = -1;
+    }
+    fclose(f);
+    return true;
+}
+
+// Starts `file` with `argv`: every signal at its default disposition (the
+// server ignores SIGPIPE, which a child must not inherit), nothing blocked,
+// standard output to `outFd` when that is not -1, standard input from
+// /dev/null when asked, and no descriptor above 2 (so no child holds a
+// client connection or a listening socket). The child's pid, or -1.
+pid_t spawnClean(const char* file, char* const argv[], bool searchPath, int outFd, bool nullInput)
+{
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_t actions;
+    if (posix_spawnattr_init(&attr) != 0) {
+        return -1;
+    }
+    if (posix_spawn_file_actions_init(&actions) != 0) {
+        posix_spawnattr_destroy(&attr);
+        return -1;
+    }
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    int rc = posix_spawnattr_setsigdefault(&attr, &all);
+    if (rc == 0) {
+        rc = posix_spawnattr_setsigmask(&attr, &none);
+    }
+    if (rc == 0) {
+        rc = posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    }
+    if (rc == 0 && nullInput) {
+        rc = posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    }
+    if (rc == 0 && outFd >= 0) {
+        rc = posix_spawn_file_actions_adddup2(&actions, outFd, 1);
+    }
+    if (rc == 0) {
+        rc = posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+    }
+    pid_t pid = -1;
+    if (rc == 0) {
+        rc = searchPath ? posix_spawnp(&pid, file, &actions, &attr, argv, environ)
+                        : posix_spawn(&pid, file, &actions, &attr, argv, environ);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    return rc == 0 ? pid : -1;
+}
+
+// The wait status of `pid`, or -1.
+int waitFor(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return status;
+}
+
+}  // namespace
+
+extern "C" int system_secure(const char* command)
+{
+    if (command == nullptr) {
+        return -1;
+    }
+    record("secure", encode(command, false));
+    int fault = 0;
+    if (injectedFault("system_secure", fault)) {
+        return fault;
+    }
+    char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
+    pid_t pid = spawnClean("/bin/sh", argv, false, -1, false);
+    return pid < 0 ? -1 : waitFor(pid);
+}
+
+extern "C" int system_exec_set_command_arg(system_exec_cmd_t* command, const char* program, ...)
+{
+    if (command == nullptr) {
+        return -1;
+    }
+    command->argc = -1;
+    command->argv[0] = nullptr;
+    if (program == nullptr) {
+        return -1;
+    }
+    va_list args;
+    va_start(args, program);
+    size_t used = 0;
+    int count = 0;
+    bool fits = true;
+    for (const char* text = program; text != nullptr; text = va_arg(args, const char*)) {
+        size_t size = strlen(text) + 1;
+        if (count == SYSTEM_EXEC_MAX_ARGS || size > sizeof command->text - used) {
+            fits = false;
+            break;
+        }
+        memcpy(command->text + used, text, size);
+        command->argv[count++] = command->text + used;
+        used += size;
+    }
+    va_end(args);
+    if (!fits) {
+        command->argv[0] = nullptr;
+        return -1;
+    }
+    command->argv[count] = nullptr;
+    command->argc = count;
+    return 0;
+}
+
+extern "C" int system_exec_command(system_exec_cmd_t* command, char* output, size_t output_size)
+{
+    bool collect = output != nullptr && output_size > 0;
+    if (collect) {
+        output[0] = '\0';
+    }
+    if (command == nullptr || command->argc < 1 || command->argc > SYSTEM_EXEC_MAX_ARGS ||
+        command->argv[command->argc] != nullptr) {
+        return -1;
+    }
+    std::string line;
+    for (int i = 0; i < command->argc; ++i) {
+        line += (i > 0 ? " " : "") + (command->argv[i][0] == '\0' ? "%00" : encode(command->argv[i], true));
+    }
+    record("exec", line);
+    int fault = 0;
+    if (injectedFault("system_exec_command", fault)) {
+        return fault;
+    }
+    int fds[2] = {-1, -1};
+    if (collect && pipe2(fds, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    const char* file = command->argv[0];
+    pid_t pid = spawnClean(file, command->argv, strchr(file, '/') == nullptr, fds[1], true);
+    if (collect) {
+        close(fds[1]);
+        size_t used = 0;
+        char chunk[512];
+        for (;;) {
+            ssize_t n = read(fds[0], chunk, sizeof chunk);
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            if (n <= 0) {
+                break;
+            }
+            size_t take =
+                static_cast<size_t>(n) < output_size - 1 - used ? static_cast<size_t>(n) : output_size - 1 - used;
+            memcpy(output + used, chunk, take);
+            used += take;  // the rest is read and dropped, so the program never blocks
+        }
+        output[used] = '\0';
+        close(fds[0]);
+    }
+    if (pid < 0) {
+        return -1;
+    }
+    int status = waitFor(pid);
+    if (status < 0) {
+        return -1;
+    }
+    if (WIFEXITED(status)) {
+        return WEXITSTATUS(status);
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+}
+
+extern "C" int system_check_user_input(const char* text, const char* rule)
+{
+    if (text == nullptr || rule == nullptr) {
+        return 0;
+    }
+    if (strcmp(rule, "general_rule") == 0) {
+        return obeysRule(text, false) ? 1 : 0;
+    }
+    if (strcmp(rule, "password_rule") == 0) {
+        return obeysRule(text, true) ? 1 : 0;
+    }
+    return 0;
+}
