@@ -1,0 +1,121 @@
+// Shared by the fuzz targets that drive whole connections (frames and
+// request texts): a server on a copy of the simulated controller, and on
+// every connection, beside the built-in agents, a registry of recording
+// agents that abort when request processing calls them out of order.
+#pragma once
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "DataHandler.h"
+#include "StubAgent.h"
+#include "fuzz_connection.h"
+
+namespace requestfuzz {
+
+// Checks the order of calls within each phase: process after pre-process,
+// post-process after process, each once per phase. A new phase starts with
+// initialize (an exception from another agent may end a phase early).
+class RecordingAgent : public StubAgent {
+public:
+    RecordingAgent(DataHandler& h, const char* name) : StubAgent(h, name) {}
+
+    int initialize() override
+    {
+        m_state = kInitialized;
+        return 1;
+    }
+    int preProcessGet(std::string& name, std::string& extra) override { return step(kInitialized, kPreGet, kPreGet); }
+    int processGet() override { return step(kPreGet, kPreGet, kProcessedGet); }
+    int postProcessGet(ConnectionHandler&) override { return step(kProcessedGet, kProcessedGet, kDone); }
+    int preProcessSet(std::string& name, TokenMap&) override
+    {
+        // A set for a single agent (the index names) comes with every
+        // parameter at once and may follow a failed pre-process.
+        return step(kInitialized, kPreSet, kPreSet);
+    }
+    int processSet() override { return step(kPreSet, kPreSet, kProcessedSet); }
+    int postProcessSet(ConnectionHandler&, TokenMap&) override { return step(kProcessedSet, kProcessedSet, kDone); }
+
+private:
+    enum State { kDone, kInitialized, kPreGet, kProcessedGet, kPreSet, kProcessedSet };
+
+    int step(State from, State orFrom, State to)
+    {
+        if (m_state != from && m_state != orFrom) {
+            abort();
+        }
+        m_state = to;
+        return 1;
+    }
+
+    State m_state = kDone;
+};
+
+// Names the recording agents serve; "UserPolicy" is also an agent name
+// that request processing treats specially.
+inline void addRecordingAgents(ConnectionHandler& connection)
+{
+    DataHandler* handler = new DataHandler(connection);
+    RecordingAgent* a = new RecordingAgent(*handler, "FuzzA");
+    handler->addAgent("fa", a);
+    handler->addAgent("fb", a);
+    handler->addAgent("adapterIndex", new RecordingAgent(*handler, "FuzzIndex"));
+    handler->addAgent("userPolicy", new RecordingAgent(*handler, "UserPolicy"));
+    connection.getDataHandlers().push_back(handler);
+}
+
+inline void setUp(const char* name)
+{
+    if (fuzzconn::manager == nullptr) {
+        fuzzconn::setUp(name, GDS_SIM_ROOT);
+    }
+}
+
+// Whether request processing answers `request` with a launch document or
+// a capture file list (no envelope; nothing at all when refused).
+inline bool isDocument(const std::string& request)
+{
+    for (const char* name : {"viewer.jnlp", "kvm.jnlp", "crashCapture.jnlp", "bootCapture.jnlp"}) {
+        if (request.find(name) != std::string::npos) {
+            return true;
+        }
+    }
+    return request.compare(0, 17, "/captureFile.jnlp") == 0;
+}
+
+inline bool endsWith(const std::string& text, const char* end)
+{
+    size_t n = strlen(end);
+    return text.size() >= n && text.compare(text.size() - n, n, end) == 0;
+}
+
+// Serves one connection's bytes and checks every answer: at most one packet
+// flagged as last; an ordinary request asked for with the envelope gets one
+// complete reply, "<root>" to "</root>", flagged as last; one asked for raw
+// gets no envelope and no final packet.
+inline void serveAndCheck(const std::string& bytes, bool nxtGenPort)
+{
+    fuzzconn::Connection c = fuzzconn::connect(nxtGenPort);
+    addRecordingAgents(*c.handler);
+    for (const fuzzconn::Answer& a : fuzzconn::serve(c, bytes)) {
+        if (a.lastFlags > 1 || isDocument(a.request)) {
+            if (a.lastFlags > 1) {
+                abort();
+            }
+            continue;
+        }
+        if (a.rawReply == 0) {
+            if (a.lastFlags != 1 || a.text.compare(0, 6, "<root>") != 0 ||
+                !(endsWith(a.text, "</root>") || endsWith(a.text, "</root>\n"))) {
+                abort();
+            }
+        } else if (a.lastFlags != 0 || a.text.find("<root>") == 0) {
+            abort();
+        }
+    }
+    fuzzconn::hangUp(c);
+}
+
+}  // namespace requestfuzz
