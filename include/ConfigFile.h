@@ -27,7 +27,8 @@ public:
     int getLineNumber() const { return m_lineNumber; }
 
 private:
-    // Longest statement kept; the rest of a longer line is read and dropped.
+    // Longest statement kept. On a longer line the token after the 50th is
+    // read and dropped, and the rest of the line is read as a new statement.
     static const int kMaxTokens = 50;
 
     FILE* m_stream;

@@ -1,8 +1,9 @@
 // HandlerFactory: the interface a handler library implements to add agents to
 // every connection. The library's entry function registers its factories
 // with ConnectionManager::addDataHandlerFactory on the main thread at start;
-// createDataHandler is then called on each new connection's thread owner
-// (the accept loop) and the connection handler owns what it returns.
+// createDataHandler is then called once for each new connection, by its
+// ConnectionHandler on the accept loop's thread, and the connection handler
+// owns what it returns.
 #pragma once
 
 class ConnectionHandler;

@@ -32,8 +32,9 @@ int readMDRRegionForBiosTokens(void);
 // non-zero status, *session unchanged.
 int getMdrLock(int region, int* session);
 
-// Ends the update of `session` on `region`, up to 5 attempts, each followed by
-// a 1-second pause and a status query. 0 on success, else the last status.
+// Ends the update of `session` on `region`, up to 5 attempts; a completion
+// command that went through is followed by a 1-second pause and a status
+// query, which must go through too. 0 on success, else the last status.
 int mdrUpdateComplete(int region, int session);
 
 // Writes `length` bytes of `data` to `region` under its lock. -1 when the

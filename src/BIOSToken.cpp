@@ -457,7 +457,8 @@ void BIOSToken::freeBiosTokenWriteData()
 
 void BIOSToken::createOnlyTokensFile()
 {
-    // Lines accumulate across starts of the process.
+    // Lines accumulate across starts of the process. Without this file (or
+    // without the list buffer) the other file is still written.
     FILE* values = fopen(PlatformRoot::path(kTokensAndValues).c_str(), "a");
     char* list = static_cast<char*>(calloc(kDocumentSize, 1));
     for (BIOSTokenType type : {BIOS_TOKEN_MAIN, BIOS_TOKEN_ADVANCED, BIOS_TOKEN_SERVER_MANAGEMENT}) {

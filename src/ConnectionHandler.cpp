@@ -1,6 +1,7 @@
 #include "ConnectionHandler.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -230,8 +231,9 @@ char* ConnectionHandler::inReqLegacySrvPort()
     }
     splitPrivilegeWord(word);
     int textLength = length - 4;
-    m_log.logTrace("ConnectionHandler::nextRequest:  Priv=  %x  got packet length of %i, reading into %p.\n",
-                   privileges, textLength, static_cast<void*>(requestBuffer));
+    m_log.logTrace("ConnectionHandler::nextRequest:  Priv=  %x  got packet length of %i, reading into %lx.\n",
+                   static_cast<unsigned int>(privileges), textLength,
+                   static_cast<unsigned long>(reinterpret_cast<uintptr_t>(requestBuffer)));
     if (m_socket.readFully(reinterpret_cast<unsigned char*>(requestBuffer), 0, textLength) != 0) {
         socketReadFailed("Failed to read packet data");
         return nullptr;
@@ -358,6 +360,9 @@ std::string ConnectionHandler::parseForSet(std::vector<RequestToken>& tokens, st
             break;
         }
     }
+    // Format errors are formatted into a 1024-byte buffer; snprintf cuts a
+    // longer message (the reply never shows it anyway). "Missing ',' after"
+    // names the first character of the argument just read.
     char message[1024];
     while (j < n) {
         std::string name = tokens[j].getString();  // a DELIM here is a format error

@@ -7,7 +7,6 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -180,10 +179,12 @@ bool ConnectionManager::acceptOne(int listenFd, bool nxtGen)
         sleep(5);
         return false;
     }
-    int flags = fcntl(fd, F_GETFD);
-    if (flags < 0 || fcntl(fd, F_SETFD, flags | FD_CLOEXEC) < 0) {
-        m_log.logError("Failed to set FD_CLOEXEC on socket.\n");
-        perror("failed in fcntl");
+    if (fd > 0) {
+        int flags = fcntl(fd, F_GETFD);
+        if (flags < 0 || fcntl(fd, F_SETFD, flags | FD_CLOEXEC) < 0) {
+            m_log.logError("Failed to set FD_CLOEXEC on socket.\n");
+            perror("failed in fcntl");
+        }
     }
     m_log.logTrace("ConnectionManager: Setting up a handler for a new client connection.\n");
     // The console lines of a new connection; each on a line of its own.
@@ -216,9 +217,6 @@ void ConnectionManager::acceptConnections()
         FD_SET(m_legacySocket, &exceptSet);
         FD_SET(m_nxtGenSocket, &exceptSet);
         if (select(maxFd + 1, &readSet, nullptr, &exceptSet, nullptr) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
             perror("select");
             sleep(5);
             continue;

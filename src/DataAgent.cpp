@@ -151,7 +151,8 @@ void DataAgent::setString(const std::string& value, char* buffer, int size)
     }
     size_t n = value.size() < static_cast<size_t>(size - 1) ? value.size() : static_cast<size_t>(size - 1);
     memcpy(buffer, value.data(), n);
-    buffer[n] = '\0';
+    // Zero up to and including index size - 1, as strncpy with a terminator.
+    memset(buffer + n, 0, static_cast<size_t>(size) - n);
 }
 
 int DataAgent::setInt(TokenMap& map, int& value, const char* name)

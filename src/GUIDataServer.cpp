@@ -96,6 +96,7 @@ void GUIDataServer::initialize(int argc, char** argv)
     const char* logName = logOption != nullptr ? logOption : debugEnv;
     if (logName != nullptr) {
         printf(" Writing to log file: %s\n", logName);
+        // A file that cannot be opened leaves the log on the console only.
         m_logFile = fopen(logName, "w+");
         m_baseLog = new ALog("DataServer", m_logFile);
     } else {

@@ -391,7 +391,9 @@ void JNLPDataAgent::writeDocument(ConnectionHandler& connection)
     if (m_kvmJnlp) {
         snprintf(user, sizeof user, "%s", m_tmpUserName.c_str());
         snprintf(password, sizeof password, "%s", m_tmpPassword.c_str());
-    } else if (!capture && m_tmpUserName.empty() && m_tmpPassword.empty()) {
+    } else if (m_tmpUserName.empty() && m_tmpPassword.empty()) {
+        // Asked for every document but kvm.jnlp, capture players included,
+        // although only the live console writes them into the document.
         int rc = sm_session_get_temp_credentials(kConsoleCredentials, user, password, m_aimSessionId, m_aimUserPriv);
         if (rc != 0) {
             // The console then asks the user to log in.

@@ -320,6 +320,7 @@ int getFirstToken(FILE* file, char* tokenName, char* value)
     fputs("Header is correct \n", stdout);
     skipToLt(file);
     c = readName(file, name, kNoFirstChar);
+    // An empty list has no first token: the closing tag is never taken for one.
     if (c == -1 || strcmp(name, "/bios-params") == 0) {
         return 0;
     }

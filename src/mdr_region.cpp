@@ -125,6 +125,8 @@ int readMDRRegionForBiosTokens(void)
     const std::string document = PlatformRoot::path(kBiosDocument);
     FILE* file = fopen(document.c_str(), "w");
     if (file == nullptr) {
+        // The document cannot be written: report no fetch and leave the quote
+        // rewrite out, so no command works on a file that was not produced.
         free(buffer);
         return 0;
     }

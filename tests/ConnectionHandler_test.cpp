@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "AgentHarness.h"
 #include "ConnectionManager.h"
 #include "GUIDataServer.h"
 #include "TestRoot.h"
@@ -136,6 +137,103 @@ TEST_F(Framing, FramesAreCheckedAndSplit)
         h->getSocket().close();
         delete h;
         close(peer);
+    }
+}
+
+TEST_F(Framing, SetAndGetParts)
+{
+    ConnectionHandler* h = handlerFor("", false);
+    RequestTokenizer tokenizer("(),=&:?");
+    // request -> "index|name=arg;arg|..." or "throws <message>"
+    const std::pair<const char*, std::string> sets[] = {
+        {"set=sshPort:22,webTimeout:300", "|sshPort=22|webTimeout=300"},
+        {"set=a:,b:&c:\"x,y\"", "|a=|b=|c=\"x,y\""},
+        {"x=1,set=f(a,b)", "|f=a;b"},
+        {"set=f(,a)", "|f=;a"},
+        {"set=f()", "|f="},
+        {"set=a:1,a:2", "|a=2|a=2"},
+        {"set=adapterIndex:1,enicIndex:2,a:5", "enicIndex|adapterIndex=1|enicIndex=2|a=5"},
+        {"target=5", ""},
+        {"set=a:1,b", "throws Missing value assignment after: b"},
+        {"set=a:1=2", "throws Missing value assignment after: 2"},
+        {"set=f(a),x:1", "throws Token is not of type TEXT."},
+        {"set=f(a:b)", "throws Missing ',' after a"},
+        {"set=f(a", "throws Missing ',' after a"},
+    };
+    for (const auto& [request, expected] : sets) {
+        std::vector<RequestToken> tokens;
+        std::vector<std::string> names;
+        TokenMap arguments;
+        tokenizer.tokenize(request, tokens);
+        std::string got;
+        try {
+            got = h->parseForSet(tokens, names, arguments);
+            for (const std::string& name : names) {
+                got += "|" + name + "=";
+                for (size_t k = 0; k < arguments[name].size(); ++k) {
+                    got += (k > 0 ? ";" : "") + arguments[name][k].getString();
+                }
+            }
+        } catch (const RequestFormatException& e) {
+            got = "throws " + e.getMessage();
+        }
+        EXPECT_EQ(expected, got) << request;
+    }
+    // request -> "name/extra|..." for every get item
+    const std::pair<std::string, std::string> gets[] = {
+        {"get=a(3),b[2],c[1](2)", "a/(3)|b/[2]|c[1]/(2)"},
+        {"get=a(1,2)", "a/(1|2)/"},
+        {"get=a,,b", "a/|/|b/"},
+        {"get=a,", "a/"},
+        {"get=", "/"},
+        {"target=5", "5/"},
+        {"set=x:1", ""},
+    };
+    for (auto [request, expected] : gets) {
+        std::vector<std::string> items = {"stale"};
+        h->parseForGet(request, items);
+        std::string got;
+        for (std::string& item : items) {
+            std::string name, extra;
+            h->parseForArgs(item, name, extra);
+            got += (got.empty() ? "" : "|") + name + "/" + extra;
+        }
+        EXPECT_EQ(expected, got) << request;
+    }
+    h->getSocket().close();
+    delete h;
+    close(peer);
+}
+
+// Which kind of request a text is, and the envelope that goes with it.
+TEST(RequestKinds, DocumentsCaptureFilesAndEnvelopes)
+{
+    AgentHarness h;
+    const struct {
+        const char* request;
+        int word;
+        const char* reply;  // the reply, or with a leading '~' a part of it
+    } cases[] = {
+        // A launch document anywhere in the text; kvm.jnlp needs no privilege
+        // and wins over viewer.jnlp, which would.
+        {"get=kvm.jnlp", 0x00, "~<jnlp"},
+        {"viewer.jnlp,kvm.jnlp", 0x00, "~<jnlp"},
+        {"viewer.jnlp", 0x00, ""},
+        // Only at the very start: nobody serves the capture file here.
+        {"/captureFile.jnlp?id=1", 0x7f, ""},
+        {"/x/captureFile.jnlp", 0x7f, "<root><status>ok</status>\n</root>\n"},
+        // A raw reply has no envelope, also after an exception.
+        {"set=a:1,b", 0x7f, "<root><status>error</status><errorMsg>Bad request format</errorMsg></root>"},
+        {"set=a:1,b", 0x01000000, ""},
+    };
+    for (const auto& c : cases) {
+        std::string reply = h.request(c.request, c.word);
+        if (c.reply[0] == '~') {
+            EXPECT_NE(std::string::npos, reply.find(c.reply + 1)) << c.request << "\n" << reply;
+            EXPECT_NE(0u, reply.find("<root>")) << c.request;
+        } else {
+            EXPECT_EQ(c.reply, reply) << c.request;
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 
 #include "AgentHarness.h"
 #include "DataHandler.h"
@@ -53,9 +54,13 @@ TEST_F(DataAgentTest, SetString)
     };
     for (const Case& c : cases) {
         TokenMap map = c.arg != nullptr ? mapOf({{"p", {c.arg}}}) : mapOf({});
-        char buffer[32] = "UNTOUCHED";
+        char buffer[32];
+        memset(buffer, 'x', sizeof buffer);
+        memcpy(buffer, "UNTOUCHED", 10);
         EXPECT_EQ(c.result, agent.setString(map, buffer, "p", c.size, c.trim)) << (c.arg ? c.arg : "(absent)");
         EXPECT_STREQ(c.buffer, buffer) << (c.arg ? c.arg : "(absent)") << " size " << c.size;
+        // A copied text is zeroed through the last byte of the buffer.
+        EXPECT_TRUE(c.result == 0 || buffer[c.size - 1] == '\0') << (c.arg ? c.arg : "(absent)") << " size " << c.size;
     }
     TokenMap noArgs = mapOf({{"p", {}}});
     char buffer[8] = "x";

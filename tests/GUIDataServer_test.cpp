@@ -1,5 +1,5 @@
-// Start-up of the server object: option and environment precedence, the
-// configuration keys, default property values and the platform property.
+// Start-up of the server object: option and environment precedence and the
+// platform property.
 #include "GUIDataServer.h"
 
 #include <gtest/gtest.h>
@@ -70,21 +70,6 @@ INSTANTIATE_TEST_SUITE_P(
                     PortCase{"empty environment keeps default", {}, "", 8195}),
     [](const testing::TestParamInfo<PortCase>& info) { return TestRoot::caseName(info.param.what); });
 
-TEST(GUIDataServer, HelpPrintsHelpAndReadsNothing)
-{
-    TestRoot root;
-    GUIDataServer server;
-    char a0[] = "gds", a1[] = "-configfile", a2[] = "/definitely/missing.conf", a3[] = "-help";
-    char* argv[] = {a0, a1, a2, a3, nullptr};
-    testing::internal::CaptureStdout();
-    server.initialize(4, argv);  // would exit(1) if it tried the missing file
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(server.helpShown());
-    EXPECT_NE(std::string::npos, out.find("  The GUI Data Server provide an interface to AIM for.\n"));
-    EXPECT_NE(std::string::npos, out.find("MORVANE_DEF_PROP_FILE - file from which to read default properties\n"));
-    EXPECT_EQ(std::string::npos, out.find("Openning config file"));
-}
-
 TEST(GUIDataServer, LogOptionWinsAndTruncatesItsFile)
 {
     TestRoot root;
@@ -96,28 +81,6 @@ TEST(GUIDataServer, LogOptionWinsAndTruncatesItsFile)
     EXPECT_NE(std::string::npos, s.out.find(" Writing to log file: " + optionLog + "\n"));
     EXPECT_EQ(std::string::npos, root.readFile("/var/log/option.log").find("old contents"));
     EXPECT_FALSE(root.exists("/var/log/env.log"));
-}
-
-TEST(GUIDataServer, ConfigurationKeys)
-{
-    TestRoot root;
-    GUIDataServer server;
-    std::string add = "addHandler", lib = "libFile", entry = "entryPoint", other = "unknownKey";
-    std::string h = "h", so = "h.so", fn = "init";
-    testing::internal::CaptureStdout();
-    server.setConfigProperty(lib, so);  // no section yet: reported, ignored
-    server.setConfigProperty(add, h);
-    server.setConfigContext(h);
-    server.setConfigProperty(lib, so);
-    server.setConfigProperty(entry, fn);
-    server.setConfigProperty(other, fn);
-    std::string out = testing::internal::GetCapturedStdout();
-    ASSERT_EQ(1u, server.getHandlerTable().size());
-    const HandlerInfo* info = server.getHandlerTable().at("h");
-    EXPECT_EQ("h", info->name);
-    EXPECT_EQ("h.so", info->libFile);
-    EXPECT_EQ("init", info->entryPoint);
-    EXPECT_NE(std::string::npos, out.find("Unable to locate handler \n"));
 }
 
 TEST(GUIDataServer, PlatformIsPublishedWithoutDefaultsFile)

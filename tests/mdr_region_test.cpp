@@ -1,5 +1,6 @@
 // MDR region access against the simulated MDR store of the IPMI stand-in.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <sstream>
 #include <string>
@@ -123,6 +124,12 @@ TEST_F(MdrRegionTest, FetchOfTheBiosDocument)
     EXPECT_EQ(0, readMDRRegionForBiosTokens());
     EXPECT_EQ(data, root.readFile("/tmp/BiosTokens/bios_bmc.xml"));
     EXPECT_EQ(1u, callsOf(0x23).size());
+    // A document that cannot be written is no fetch, and no rewrite runs.
+    ASSERT_TRUE(MdrSim::setField(3, "lock", 0));
+    ASSERT_EQ(0, unlink(root.path("/tmp/BiosTokens/bios_bmc.xml").c_str()));
+    root.makeDirs("/tmp/BiosTokens/bios_bmc.xml");
+    EXPECT_EQ(0, readMDRRegionForBiosTokens());
+    EXPECT_FALSE(root.exists("/tmp/BiosTokens/tmp.xml"));
 }
 
 TEST_F(MdrRegionTest, WritesInChunksUnderTheLock)

@@ -27,6 +27,10 @@ int main(int argc, char** argv)
         std::string toolPath = root + "/usr/local/bin:" + root + "/usr/bin:" + root + "/bin:" + root + "/sbin";
         setenv("PATH", (toolPath + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     }
+    // A property service that cannot be used ends start-up: its message is
+    // printed and the process ends with status 1, like every other start-up
+    // failure. After "-help" nothing was read, so the process ends at once
+    // with status 0.
     GUIDataServer* server = new GUIDataServer();
     try {
         server->initialize(argc, argv);

@@ -156,19 +156,6 @@ TEST_F(Protocol, PeerVanishingMidReplyLeavesServerRunning)
     EXPECT_TRUE(gds->isRunning());
 }
 
-TEST_F(Protocol, JsonHeaderFields)
-{
-    GDSClient::Options o = options(true);
-    o.user = std::string(200, 'u');
-    o.interface = "redfish \"quoted\"";
-    GDSClient client(o);
-    client.connect();
-    EXPECT_EQ(kEmptyEnvelope, client.request("get=\n\n").text);
-    // A magic that only begins with BEEF is accepted.
-    client.options().magic = "BEEFCAKE";
-    EXPECT_EQ(kEmptyEnvelope, client.request("get=").text);
-}
-
 TEST_F(Protocol, NonPrintableBytesReachTheWireAsBlanks)
 {
     GDSClient client(options(false));
