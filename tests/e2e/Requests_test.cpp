@@ -7,6 +7,7 @@
 #include "GDSClient.h"
 #include "GdsProcess.h"
 #include "TestRoot.h"
+#include "XmlCheck.h"
 
 namespace {
 
@@ -34,7 +35,10 @@ protected:
         o.interface = "test-if";
         GDSClient client(o);
         client.connect();
-        return client.request(text).text;
+        std::string reply = client.request(text).text;
+        // Every reply with the envelope is a document of its own.
+        EXPECT_TRUE(isWellFormedXml(reply)) << text << "\n" << reply;
+        return reply;
     }
 
     std::string aimText(const char* name)
