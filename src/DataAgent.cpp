@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +17,7 @@
 #include "GUIDataSocket.h"
 #include "PlatformRoot.h"
 #include "RequestToken.h"
+#include "clean_spawn.h"
 
 int DataAgent::platform_ = 0;
 
@@ -285,8 +285,6 @@ int DataAgent::threadSleep(int seconds, int milliseconds)
 // ---------------------------------------------------------------------------
 // Controller tools and their YAML-like output
 
-extern char** environ;
-
 namespace {
 
 // A tool started through the shell, its standard output readable as a stream.
@@ -296,46 +294,23 @@ struct BackendPipe {
 };
 
 // popen(command, "r"), except that the child must not inherit the server's
-// state: the server ignores SIGPIPE (a tool must die when its reader goes
-// away), and its client connections and listening sockets stay out of the
-// tool. So the shell starts with default signal dispositions, nothing
-// blocked, standard input from /dev/null and descriptors 0 to 2 only.
+// state (ignored SIGPIPE, client connections, listening sockets): the shell
+// starts clean, with standard input from /dev/null.
 bool openBackend(const char* command, BackendPipe& backend)
 {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
         return false;
     }
-    posix_spawnattr_t attr;
-    posix_spawn_file_actions_t actions;
-    bool ok = posix_spawnattr_init(&attr) == 0;
-    if (ok && posix_spawn_file_actions_init(&actions) != 0) {
-        posix_spawnattr_destroy(&attr);
-        ok = false;
-    }
-    pid_t pid = -1;
-    if (ok) {
-        sigset_t all;
-        sigset_t none;
-        sigfillset(&all);
-        sigemptyset(&none);
-        char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
-        ok = posix_spawnattr_setsigdefault(&attr, &all) == 0 && posix_spawnattr_setsigmask(&attr, &none) == 0 &&
-             posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK) == 0 &&
-             posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0) == 0 &&
-             posix_spawn_file_actions_adddup2(&actions, fds[1], 1) == 0 &&
-             posix_spawn_file_actions_addclosefrom_np(&actions, 3) == 0 &&
-             posix_spawn(&pid, "/bin/sh", &actions, &attr, argv, environ) == 0;
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attr);
-    }
+    char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
+    pid_t pid = spawn_clean("/bin/sh", argv, false, fds[1], true);
     close(fds[1]);
-    FILE* stream = ok ? fdopen(fds[0], "r") : nullptr;
+    FILE* stream = pid >= 0 ? fdopen(fds[0], "r") : nullptr;
     if (stream == nullptr) {
         close(fds[0]);
-        if (ok) {
+        if (pid >= 0) {
             kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
+            wait_child(pid);
         }
         return false;
     }
@@ -345,22 +320,12 @@ bool openBackend(const char* command, BackendPipe& backend)
 }
 
 // pclose: closes the stream first (a tool still writing gets SIGPIPE), then
-// waits. The exit status, 128 + the signal number for a killed tool (so a
-// crash never reads as success), or -1.
+// waits. The exit status (128 + the signal number for a killed tool), or -1.
 int closeBackend(BackendPipe& backend)
 {
     fclose(backend.stream);
     backend.stream = nullptr;
-    int status = 0;
-    while (waitpid(backend.pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
-        }
-    }
-    if (WIFEXITED(status)) {
-        return WEXITSTATUS(status);
-    }
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+    return child_exit_status(wait_child(backend.pid));
 }
 
 // Lines of a tool's output, from its stream or from prepared text.

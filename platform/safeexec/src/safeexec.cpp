@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -16,8 +15,7 @@
 #include <string>
 
 #include "PlatformRoot.h"
-
-extern char** environ;
+#include "clean_spawn.h"
 
 namespace {
 
@@ -117,64 +115,6 @@ bool injectedFault(const char* call, int& result)
     return true;
 }
 
-// Starts `file` with `argv`: every signal at its default disposition (the
-// server ignores SIGPIPE, which a child must not inherit), nothing blocked,
-// standard output to `outFd` when that is not -1, standard input from
-// /dev/null when asked, and no descriptor above 2 (so no child holds a
-// client connection or a listening socket). The child's pid, or -1.
-pid_t spawnClean(const char* file, char* const argv[], bool searchPath, int outFd, bool nullInput)
-{
-    posix_spawnattr_t attr;
-    posix_spawn_file_actions_t actions;
-    if (posix_spawnattr_init(&attr) != 0) {
-        return -1;
-    }
-    if (posix_spawn_file_actions_init(&actions) != 0) {
-        posix_spawnattr_destroy(&attr);
-        return -1;
-    }
-    sigset_t all;
-    sigset_t none;
-    sigfillset(&all);
-    sigemptyset(&none);
-    int rc = posix_spawnattr_setsigdefault(&attr, &all);
-    if (rc == 0) {
-        rc = posix_spawnattr_setsigmask(&attr, &none);
-    }
-    if (rc == 0) {
-        rc = posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-    }
-    if (rc == 0 && nullInput) {
-        rc = posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    }
-    if (rc == 0 && outFd >= 0) {
-        rc = posix_spawn_file_actions_adddup2(&actions, outFd, 1);
-    }
-    if (rc == 0) {
-        rc = posix_spawn_file_actions_addclosefrom_np(&actions, 3);
-    }
-    pid_t pid = -1;
-    if (rc == 0) {
-        rc = searchPath ? posix_spawnp(&pid, file, &actions, &attr, argv, environ)
-                        : posix_spawn(&pid, file, &actions, &attr, argv, environ);
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attr);
-    return rc == 0 ? pid : -1;
-}
-
-// The wait status of `pid`, or -1.
-int waitFor(pid_t pid)
-{
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
-        }
-    }
-    return status;
-}
-
 }  // namespace
 
 extern "C" int system_secure(const char* command)
@@ -188,8 +128,8 @@ extern "C" int system_secure(const char* command)
         return fault;
     }
     char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
-    pid_t pid = spawnClean("/bin/sh", argv, false, -1, false);
-    return pid < 0 ? -1 : waitFor(pid);
+    pid_t pid = spawn_clean("/bin/sh", argv, false, -1, false);
+    return pid < 0 ? -1 : wait_child(pid);
 }
 
 extern "C" int system_exec_set_command_arg(system_exec_cmd_t* command, const char* program, ...)
@@ -251,7 +191,7 @@ extern "C" int system_exec_command(system_exec_cmd_t* command, char* output, siz
         return -1;
     }
     const char* file = command->argv[0];
-    pid_t pid = spawnClean(file, command->argv, strchr(file, '/') == nullptr, fds[1], true);
+    pid_t pid = spawn_clean(file, command->argv, strchr(file, '/') == nullptr, fds[1], true);
     if (collect) {
         close(fds[1]);
         size_t used = 0;
@@ -275,14 +215,7 @@ extern "C" int system_exec_command(system_exec_cmd_t* command, char* output, siz
     if (pid < 0) {
         return -1;
     }
-    int status = waitFor(pid);
-    if (status < 0) {
-        return -1;
-    }
-    if (WIFEXITED(status)) {
-        return WEXITSTATUS(status);
-    }
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+    return child_exit_status(wait_child(pid));
 }
 
 extern "C" int system_check_user_input(const char* text, const char* rule)

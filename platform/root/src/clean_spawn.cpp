@@ -1,0 +1,73 @@
+#include "clean_spawn.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+
+extern char** environ;
+
+pid_t spawn_clean(const char* file, char* const argv[], bool search_path, int out_fd, bool null_input)
+{
+    posix_spawnattr_t attr;
+    posix_spawn_file_actions_t actions;
+    if (posix_spawnattr_init(&attr) != 0) {
+        return -1;
+    }
+    if (posix_spawn_file_actions_init(&actions) != 0) {
+        posix_spawnattr_destroy(&attr);
+        return -1;
+    }
+    sigset_t all;
+    sigset_t none;
+    sigfillset(&all);
+    sigemptyset(&none);
+    int rc = posix_spawnattr_setsigdefault(&attr, &all);
+    if (rc == 0) {
+        rc = posix_spawnattr_setsigmask(&attr, &none);
+    }
+    if (rc == 0) {
+        rc = posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+    }
+    if (rc == 0 && null_input) {
+        rc = posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    }
+    if (rc == 0 && out_fd >= 0) {
+        rc = posix_spawn_file_actions_adddup2(&actions, out_fd, 1);
+    }
+    if (rc == 0) {
+        rc = posix_spawn_file_actions_addclosefrom_np(&actions, 3);
+    }
+    pid_t pid = -1;
+    if (rc == 0) {
+        rc = search_path ? posix_spawnp(&pid, file, &actions, &attr, argv, environ)
+                         : posix_spawn(&pid, file, &actions, &attr, argv, environ);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    return rc == 0 ? pid : -1;
+}
+
+int wait_child(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return status;
+}
+
+int child_exit_status(int status)
+{
+    if (status == -1) {
+        return -1;
+    }
+    if (WIFEXITED(status)) {
+        return WEXITSTATUS(status);
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : -1;
+}
