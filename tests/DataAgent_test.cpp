@@ -1,33 +1,26 @@
-// The agent base class's value helpers, the property tool query and the
-// timed sleep.
+// The agent base class's argument helpers and the property tool query.
 #include "DataAgent.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "AgentHarness.h"
-#include "DataHandler.h"
 #include "StubAgent.h"
 
 namespace {
 
-class PlainAgent : public StubAgent {
-public:
-    explicit PlainAgent(DataHandler& h) : StubAgent(h, "Plain") {}
-};
-
-TokenMap mapOf(const std::vector<std::pair<std::string, std::vector<std::string>>>& entries)
+// "p" with `arg` as its one argument; null: "p" absent; "NOARGS": "p" without arguments.
+TokenMap mapOf(const char* arg)
 {
     TokenMap map;
-    for (const auto& e : entries) {
-        std::vector<RequestToken> args;
-        for (const std::string& a : e.second) {
-            args.push_back(RequestToken(RequestToken::TEXT, a));
+    if (arg != nullptr) {
+        map["p"];
+        if (strcmp(arg, "NOARGS") != 0) {
+            map["p"].push_back(RequestToken(RequestToken::TEXT, arg));
         }
-        map[e.first] = args;
     }
     return map;
 }
@@ -35,101 +28,61 @@ TokenMap mapOf(const std::vector<std::pair<std::string, std::vector<std::string>
 class DataAgentTest : public testing::Test {
 protected:
     AgentHarness h;
-    PlainAgent agent{h.dataHandler()};
+    StubAgent agent{h.dataHandler(), "Plain"};
 };
 
 TEST_F(DataAgentTest, SetString)
 {
-    struct Case {
-        const char* arg;  // null: name absent
-        int size;
-        bool trim;
-        int result;
-        const char* buffer;  // expected; "UNTOUCHED" when left alone
-    };
-    std::vector<Case> cases = {
-        {"hello", 16, false, 1, "hello"},    {"hello", 3, false, 1, "he"}, {"hello", 1, false, 1, ""},
-        {"hello", 0, false, 0, "UNTOUCHED"}, {nullptr, 16, false, 0, ""},  {"\" ab \"", 16, true, 1, "ab"},
-        {"\"\"", 16, true, 1, "\"\""},       {"  ", 16, true, 1, "  "},    {"\" ab \"", 16, false, 1, "\" ab \""},
-    };
-    for (const Case& c : cases) {
-        TokenMap map = c.arg != nullptr ? mapOf({{"p", {c.arg}}}) : mapOf({});
+    // argument, buffer size, trim quotes, result, buffer afterwards ("UNTOUCHED" when left alone)
+    const std::tuple<const char*, int, bool, int, const char*> cases[] = {
+        {"hello", 3, false, 1, "he"}, {"hello", 0, false, 0, "UNTOUCHED"}, {nullptr, 16, false, 0, ""},
+        {"NOARGS", 8, false, 0, ""},  {"\" ab \"", 16, true, 1, "ab"},     {"\"\"", 16, true, 1, "\"\""}};
+    for (const auto& [arg, size, trim, result, expected] : cases) {
+        TokenMap map = mapOf(arg);
         char buffer[32];
         memset(buffer, 'x', sizeof buffer);
         memcpy(buffer, "UNTOUCHED", 10);
-        EXPECT_EQ(c.result, agent.setString(map, buffer, "p", c.size, c.trim)) << (c.arg ? c.arg : "(absent)");
-        EXPECT_STREQ(c.buffer, buffer) << (c.arg ? c.arg : "(absent)") << " size " << c.size;
+        EXPECT_EQ(result, agent.setString(map, buffer, "p", size, trim)) << (arg ? arg : "(absent)");
+        EXPECT_STREQ(expected, buffer) << (arg ? arg : "(absent)") << " size " << size;
         // A copied text is zeroed through the last byte of the buffer.
-        EXPECT_TRUE(c.result == 0 || buffer[c.size - 1] == '\0') << (c.arg ? c.arg : "(absent)") << " size " << c.size;
+        EXPECT_TRUE(result == 0 || buffer[size - 1] == '\0') << (arg ? arg : "(absent)") << " size " << size;
     }
-    TokenMap noArgs = mapOf({{"p", {}}});
-    char buffer[8] = "x";
-    EXPECT_EQ(0, agent.setString(noArgs, buffer, "p", 8, false));
-    EXPECT_STREQ("", buffer);
 }
 
 TEST_F(DataAgentTest, NumericArguments)
 {
-    struct Case {
-        const char* arg;  // null: absent; "" with no tokens: "NOARGS"
-        int intResult;
-        int intValue;
-        int byteValue;  // as unsigned byte
-    };
-    std::vector<Case> cases = {
-        {"12", 1, 12, 12},   {"12abc", 1, 12, 12}, {" -7", 1, -7, 249},   {"300", 1, 300, 44}, {"", 0, 99, 99},
-        {"true", 0, 99, 99}, {nullptr, 0, 0, 0},   {"NOARGS", 0, 99, 99}, {"+5", 1, 5, 5},     {"abc", 0, 99, 99},
-    };
-    for (const Case& c : cases) {
-        TokenMap map;
-        if (c.arg == nullptr) {
-            map = mapOf({});
-        } else if (std::string(c.arg) == "NOARGS") {
-            map = mapOf({{"p", {}}});
-        } else {
-            map = mapOf({{"p", {c.arg}}});
-        }
+    // argument, setInt's result and value, the value as unsigned byte (setuByte, setBoolean)
+    const std::tuple<const char*, int, int, int> cases[] = {{"12abc", 1, 12, 12}, {" -7", 1, -7, 249},
+                                                            {"300", 1, 300, 44},  {"", 0, 99, 99},
+                                                            {nullptr, 0, 0, 0},   {"NOARGS", 0, 99, 99}};
+    for (const auto& [arg, intResult, intValue, byteValue] : cases) {
+        TokenMap map = mapOf(arg);
         int v = 99;
-        EXPECT_EQ(c.intResult, agent.setInt(map, v, "p")) << (c.arg ? c.arg : "(absent)");
-        EXPECT_EQ(c.intValue, v) << (c.arg ? c.arg : "(absent)");
         unsigned char u = 99;
-        agent.setuByte(map, u, "p");
-        EXPECT_EQ(c.byteValue, u) << (c.arg ? c.arg : "(absent)");
         signed char s = 99;
+        EXPECT_EQ(intResult, agent.setInt(map, v, "p")) << (arg ? arg : "(absent)");
+        agent.setuByte(map, u, "p");
         agent.setBoolean(map, s, "p");
-        EXPECT_EQ(static_cast<signed char>(c.byteValue), s) << (c.arg ? c.arg : "(absent)");
+        EXPECT_EQ(intValue, v) << (arg ? arg : "(absent)");
+        EXPECT_EQ(byteValue, u) << (arg ? arg : "(absent)");
+        EXPECT_EQ(static_cast<signed char>(byteValue), s) << (arg ? arg : "(absent)");
     }
 }
 
-TEST_F(DataAgentTest, LookupStringAndStrictParse)
+TEST_F(DataAgentTest, StrictParse)
 {
-    TokenMap map = mapOf({{"a", {"x", "y"}}, {"empty", {}}});
-    std::string value = "old";
-    std::string a = "a", empty = "empty", missing = "missing";
-    EXPECT_EQ(1, agent.lookupString(map, a, value));
-    EXPECT_EQ("x", value);
-    EXPECT_EQ(1, agent.lookupString(map, empty, value));
-    EXPECT_EQ("", value);
-    value = "old";
-    EXPECT_EQ(0, agent.lookupString(map, missing, value));
-    EXPECT_EQ("", value);
-
-    struct Case {
-        const char* text;
-        int result;
-        int value;
-    };
-    for (const Case& c : std::vector<Case>{
-             {"007", 1, 7}, {"", 1, 0}, {"-5", 0, 42}, {" 5", 0, 42}, {"5x", 0, 42}, {"99999999999", 1, 2147483647}}) {
+    const std::tuple<const char*, int, int> cases[] = {
+        {"007", 1, 7}, {"", 1, 0}, {"-5", 0, 42}, {"5x", 0, 42}, {"99999999999", 1, 2147483647}};
+    for (const auto& [text, result, expected] : cases) {
         int v = 42;
-        EXPECT_EQ(c.result, agent.parseInt(c.text, v)) << c.text;
-        EXPECT_EQ(c.value, v) << c.text;
+        EXPECT_EQ(result, agent.parseInt(text, v)) << text;
+        EXPECT_EQ(expected, v) << text;
     }
 }
 
 TEST_F(DataAgentTest, GetValueRunsThePropertyTool)
 {
-    std::string path = getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin:/bin";
+    std::string path = getenv("PATH");
     setenv("PATH", (h.root().dir() + "/usr/local/bin:" + path).c_str(), 1);
     AIMClient& aim = h.server().getAIMClient();
     aim.setProperty("pwState", 0, true);
@@ -137,21 +90,11 @@ TEST_F(DataAgentTest, GetValueRunsThePropertyTool)
     EXPECT_TRUE(agent.powerOff());
     aim.setProperty("pwState", 1, true);
     EXPECT_TRUE(agent.powerOn());
-    EXPECT_EQ("", agent.getValue("noSuchProperty"));
-    setenv("PATH", path.c_str(), 1);
     // Without the tool the state is unreadable, which counts as on.
     setenv("PATH", "/nonexistent", 1);
     EXPECT_EQ("", agent.getValue("pwState"));
     EXPECT_TRUE(agent.powerOn());
     setenv("PATH", path.c_str(), 1);
-}
-
-TEST_F(DataAgentTest, ThreadSleepWaitsTheWholeTime)
-{
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, agent.threadSleep(0, 1200));  // carries into the seconds field
-    auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    EXPECT_GE(waited.count(), 1150);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The KVM launch documents (golden files byte for byte, well-formed XML for
-// every input), the refusals of bad argument lists, the token reply and the
-// session manager's credentials in them, driven through request processing.
+// The KVM launch documents (golden files byte for byte, well-formed XML for every input), refusals of
+// bad argument lists, the token reply and the session manager's credentials in them.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -88,29 +87,16 @@ TEST_F(JNLPAgent, ArgumentListsOfTheWrongShape)
 {
     for (const char* request :
          {"viewer.jnlp(10.0.0.5@0@123@8443@17@4)", "viewer.jnlp(10.0.0.5@0@@8443@17@4@abc)",
-          "viewer.jnlp(@0@123@8443@17@4@abc)", "viewer.jnlp(10.0.0.5@0@123@x443@17@4@abc)",
-          "viewer.jnlp(10.0.0.5@0@123@443@s17@4@abc)", "viewer.jnlp(10.0.0.5@v6@123@443@17@4@abc)",
-          "bootCapture.jnlp(10.0.0.5)", "crashCapture.jnlp()", "kvm.jnlp(192.0.2.10@admin)", "kvm.jnlp(192.0.2.10@@pw)",
-          "kvm.jnlp(@admin@pw)"}) {
+          "viewer.jnlp(10.0.0.5@0@123@x443@17@4@abc)", "crashCapture.jnlp()", "kvm.jnlp(@admin@pw)"}) {
         EXPECT_EQ("", h.request(request, 0x20)) << request;
     }
-    const std::string longAddress(600, 'a');
     const std::pair<std::string, std::string> cases[] = {
         {"bootCapture.jnlp(10.0.0.5@0@c@8443@17@4@a@b)", "<argument>sessionID=a@b</argument>"},
-        {"viewer.jnlp", "<argument>ip=viewer.jnlp</argument>"},  // the whole text is the address
-        {"kvm.jnlp", "<argument>ip=</argument>"},
-        {"kvm.jnlp(192.0.2.10@admin@)", "<argument>user=admin</argument>\n   <argument>passwd=</argument>"},
         {"kvm.jnlp(192.0.2.10@abcdefghijklmnopqrstuvwxyz0123456789@pw)",
          "<argument>user=abcdefghijklmnopqrstuvwxyz01234</argument>"},
-        {"kvm.jnlp(192.0.2.10@u@0123456789012345678901234567890123456789)",
-         "<argument>passwd=0123456789012345678901234567890</argument>"},
-        {"kvm.jnlp(a\"b<c>&d@u<@p&\"x)", "<argument>passwd=p&amp;&quot;x</argument>"},
-        {"viewer.jnlp(x'<y@0@c@8443@17@4@</argument>)", "<argument>ip=x&apos;&lt;y</argument>"},
-        // host-port and base URL have room for 255 characters.
-        {"viewer.jnlp(" + longAddress + "@0@c@8443@17@4@s)",
+        // the base URL has room for 255 characters.
+        {"viewer.jnlp(" + std::string(600, 'a') + "@0@c@8443@17@4@s)",
          "<jnlp codebase=\"https://" + std::string(255, 'a') + "/*\" spec=\"1.0+\">"},
-        {"viewer.jnlp(" + longAddress + "@0@c@8443@17@4@s)",
-         "<argument>helpurl=https://" + std::string(247, 'a') + "help/"},
     };
     for (const auto& [request, part] : cases) {
         std::string reply = h.request(request, 0x20);
@@ -118,25 +104,7 @@ TEST_F(JNLPAgent, ArgumentListsOfTheWrongShape)
     }
 }
 
-TEST_F(JNLPAgent, FeatureSwitchAndFailures)
-{
-    aim.setProperty("vkvm_bool_enabled", false, true);
-    EXPECT_EQ("", h.request("viewer.jnlp(10.0.0.5@0@c@8443@17@4@s)", 0x7f));
-    EXPECT_EQ("", h.request("bootCapture.jnlp(10.0.0.5@0@c@8443@17@4@s)", 0x7f));
-    EXPECT_TRUE(has(h.request("kvm.jnlp(10.0.0.5@u@p)", 0x00), "<argument>user=u</argument>"));
-    aim.setProperty("vkvm_bool_enabled", true, true);
-
-    // No recording, no credentials: still a well-formed document.
-    system(("rm -rf '" + h.root().path("/tmp/crashcapture") + "'").c_str());
-    std::string document = h.request("crashCapture.jnlp(10.0.0.5@0@c@80@17@4@s)", 0x20);
-    EXPECT_TRUE(has(document, "dvcurl=http://10.0.0.5:80/crashcaptures/</argument>") && isWellFormedXml(document));
-    h.root().writeFile("/var/session/faults/get_temp_credentials", "11\n");
-    document = h.request("viewer.jnlp(10.0.0.5@0@c@8443@17@4@abc)", 0x20);
-    EXPECT_TRUE(has(document, "<argument>user=</argument>\n   <argument>passwd=</argument>\n") &&
-                isWellFormedXml(document));
-}
-
-TEST_F(JNLPAgent, TemporaryTokens)
+TEST_F(JNLPAgent, TokensFeatureSwitchAndFailures)
 {
     std::string reply = h.request("get=genComputeTokens(17@4)", 0x08);
     auto issued = credentials();
@@ -145,25 +113,27 @@ TEST_F(JNLPAgent, TemporaryTokens)
                   "</tmpAuthPwd>\n<status>ok</status>\n</root>\n",
               reply);
 
-    auto error = [](const std::string& message) {
-        return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
+    // request, fault of the session manager, feature on, the error message's beginning
+    const std::tuple<const char*, const char*, bool, const char*> failures[] = {
+        {"get=genComputeTokens(17)", nullptr, true, "Missing parameters."},
+        {"get=genComputeTokens(17@4@5)", nullptr, true, "Failed to parse parameters."},
+        {"get=genComputeTokens(17@4)", "5", true, "genComputeTokens: Internal error"},
+        {"get=genComputeTokens(17@4)", nullptr, false, "Tokens cannot be generated"},
     };
-    for (const char* request : {"get=genComputeTokens(17)", "get=genComputeTokens(@4)", "get=genComputeTokens"}) {
-        EXPECT_EQ(error("Missing parameters. Internal error processing genComputeTokens request."),
-                  h.request(request, 0x08));
+    for (const auto& [request, fault, enabled, message] : failures) {
+        if (fault != nullptr) {
+            h.root().writeFile("/var/session/faults/get_temp_credentials", fault);
+        }
+        aim.setProperty("vkvm_bool_enabled", enabled, true);
+        EXPECT_EQ(0u, h.request(request, 0x08).find(std::string("<root><status>error</status><errorMsg>") + message))
+            << request;
     }
-    for (const char* request :
-         {"get=genComputeTokens(x17@4)", "get=genComputeTokens(17@)", "get=genComputeTokens(17@4@5)"}) {
-        EXPECT_EQ(error("Failed to parse parameters. Internal error processing genComputeTokens request."),
-                  h.request(request, 0x08));
-    }
-    EXPECT_EQ(error("Insufficient privileges."), h.request("get=genComputeTokens(17@4)", 0x77));
-    h.root().writeFile("/var/session/faults/get_temp_credentials", "5");
-    EXPECT_EQ(error("genComputeTokens: Internal error while generating temp auth tokens for vKVM Session."),
-              h.request("get=genComputeTokens(17@4)", 0x08));
-    aim.setProperty("vkvm_bool_enabled", false, true);
-    EXPECT_EQ(error("Tokens cannot be generated as vKVM feature is disabled in BRESK."),
-              h.request("get=genComputeTokens(17@4)", 0x08));
+    // With the feature off no document either; with failing credentials a document with empty ones.
+    EXPECT_EQ("", h.request("viewer.jnlp(10.0.0.5@0@c@8443@17@4@s)", 0x7f));
+    aim.setProperty("vkvm_bool_enabled", true, true);
+    std::string document = h.request("viewer.jnlp(10.0.0.5@0@c@8443@17@4@abc)", 0x20);
+    EXPECT_TRUE(has(document, "<argument>user=</argument>\n   <argument>passwd=</argument>\n") &&
+                isWellFormedXml(document));
 }
 
 }  // namespace

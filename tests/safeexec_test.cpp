@@ -1,6 +1,4 @@
-// The safe-execution stand-in: the two input rules, command lines through
-// the shell, argument vectors without one, the command record, fault files
-// and the state children start in.
+// The safe-execution stand-in: input rules, argument vectors without a shell, faults, children's start state.
 #include "safeexec.h"
 
 #include <fcntl.h>
@@ -15,62 +13,41 @@
 
 namespace {
 
-TEST(SafeExec, Rules)
+TEST(SafeExec, RulesLetNoShellSyntaxThrough)
 {
-    struct Case {
+    const struct {
         std::string text;
-        int general;
-        int password;
+        int general, password;
     } cases[] = {
-        {"", 1, 1},
-        {"tftp", 1, 1},
-        {"10.0.0.1", 1, 1},
-        {"fe80::1%eth0", 1, 1},
-        {"/configs/Rack-7_a.b,c=d+e@f", 1, 1},
+        {"fe80::1%eth0/Rack-7_a.b,c=d+e@f", 1, 1},
         {"a\\;b\\$\\(c\\)\\`\\\"\\-\\_", 1, 1},  // escaped by the agents
-        {"a b", 0, 0},
         {"a;b", 0, 0},
-        {"a'b", 0, 0},
         {"a\\'b", 0, 0},   // a single quote is never escaped by the agents
         {"a\\", 0, 0},     // would escape what follows it in the line
         {"a\\\\;", 0, 0},  // an escaped backslash is not an escape pair; the ';' is bare
         {"a\nb", 0, 0},
-        {"a\tb", 0, 0},
-        {"caf\xc3\xa9", 0, 0},
         {"a~", 0, 1},
         {"~a", 0, 0},  // a leading tilde is expanded
         {std::string(255, 'a'), 1, 1},
         {std::string(256, 'a'), 0, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(c.general, system_check_user_input(c.text.c_str(), "general_rule")) << c.text;
         EXPECT_EQ(c.password, system_check_user_input(c.text.c_str(), "password_rule")) << c.text;
     }
-    EXPECT_EQ(0, system_check_user_input(nullptr, "general_rule"));
-    EXPECT_EQ(0, system_check_user_input("abc", nullptr));
     EXPECT_EQ(0, system_check_user_input("abc", "no_rule"));
 }
 
-TEST(SafeExec, SystemSecureRecordsAndFaults)
+TEST(SafeExec, FaultedCallsReturnTheFaultAndRunNothing)
 {
     TestRoot root;
-    int status = system_secure("exit 3");
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(3, WEXITSTATUS(status));
-    EXPECT_EQ(0, system_secure(("echo x > " + root.path("/out")).c_str()));
-    EXPECT_EQ("x\n", root.readFile("/out"));
-    EXPECT_EQ(-1, system_secure(nullptr));
-
     root.writeFile("/var/safeexec/faults/system_secure", "256\n");
+    root.writeFile("/var/safeexec/faults/system_exec_command", "7");
     EXPECT_EQ(256, system_secure(("touch " + root.path("/canary")).c_str()));
-    root.writeFile("/var/safeexec/faults/system_secure", "");
-    EXPECT_EQ(-1, system_secure("true"));
+    system_exec_cmd_t command;
+    ASSERT_EQ(0, system_exec_set_command_arg(&command, "touch", root.path("/canary").c_str(), nullptr));
+    EXPECT_EQ(7, system_exec_command(&command, nullptr, 0));
     EXPECT_FALSE(root.exists("/canary"));
-
-    std::string record = root.readFile("/var/safeexec/commands");
-    for (const char* line : {" secure exit 3\n", " secure echo x > ", " secure touch ", " secure true\n"}) {
-        EXPECT_NE(std::string::npos, record.find(line)) << line;
-    }
 }
 
 TEST(SafeExec, ArgumentVectorsNeverSeeAShell)
@@ -91,41 +68,23 @@ TEST(SafeExec, ArgumentVectorsNeverSeeAShell)
     }
     EXPECT_EQ(expected, output);
     EXPECT_FALSE(root.exists("/canary"));
-    EXPECT_NE(std::string::npos, root.readFile("/var/safeexec/commands").find(" exec printf [%25s] ;touch%20/"));
-    EXPECT_NE(std::string::npos, root.readFile("/var/safeexec/commands").find(" %00\n"));
 
-    // Output is cut and terminated; exit statuses and signals come back.
+    // Output is cut and terminated.
     char small[4];
     EXPECT_EQ(0, system_exec_command(&command, small, sizeof small));
     EXPECT_STREQ("[;t", small);
-    ASSERT_EQ(0, system_exec_set_command_arg(&command, "/bin/sh", "-c", "exit 5", nullptr));
-    EXPECT_EQ(5, system_exec_command(&command, nullptr, 0));
-    ASSERT_EQ(0, system_exec_set_command_arg(&command, "/bin/sh", "-c", "kill -9 $$", nullptr));
-    EXPECT_EQ(128 + 9, system_exec_command(&command, nullptr, 0));
-    ASSERT_EQ(0, system_exec_set_command_arg(&command, root.path("/no/such/program").c_str(), nullptr));
-    EXPECT_EQ(-1, system_exec_command(&command, output, sizeof output));
-    EXPECT_STREQ("", output);
-
-    root.writeFile("/var/safeexec/faults/system_exec_command", "7");
-    ASSERT_EQ(0, system_exec_set_command_arg(&command, "touch", canary.c_str(), nullptr));
-    EXPECT_EQ(7, system_exec_command(&command, nullptr, 0));
-    EXPECT_FALSE(root.exists("/canary"));
 }
 
-TEST(SafeExec, VectorsThatDoNotFit)
+TEST(SafeExec, VectorsThatDoNotFitAreRefused)
 {
     system_exec_cmd_t command;
-    const std::string big(SYSTEM_EXEC_TEXT_SIZE, 'x');
     const char* a = "a";
 #define A8 a, a, a, a, a, a, a, a
     EXPECT_EQ(0,
               system_exec_set_command_arg(&command, "true", A8, A8, A8, A8, A8, A8, A8, a, a, a, a, a, a, a, nullptr));
-    EXPECT_EQ(64, command.argc);  // the program and 63 arguments
     EXPECT_EQ(-1, system_exec_set_command_arg(&command, "true", A8, A8, A8, A8, A8, A8, A8, A8, nullptr));
 #undef A8
-    EXPECT_EQ(-1, system_exec_command(&command, nullptr, 0));
-    EXPECT_EQ(-1, system_exec_set_command_arg(&command, "echo", big.c_str(), nullptr));
-    EXPECT_EQ(-1, system_exec_set_command_arg(&command, nullptr, nullptr));
+    EXPECT_EQ(-1, system_exec_command(&command, nullptr, 0));  // a refused vector does not run
 }
 
 // The server ignores SIGPIPE and holds sockets; children get neither.

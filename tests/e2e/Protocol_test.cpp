@@ -5,13 +5,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "GDSClient.h"
 #include "GdsProcess.h"
 #include "TestRoot.h"
 
 namespace {
-
-const char kEmptyEnvelope[] = "<root><status>ok</status>\n</root>\n";
 
 std::string be32(int v)
 {
@@ -20,22 +20,25 @@ std::string be32(int v)
                        static_cast<char>(u)};
 }
 
+std::string json(const std::string& text)
+{
+    return be32(static_cast<int>(text.size())) + text;
+}
+
 class Protocol : public testing::Test {
 protected:
     void SetUp() override
     {
-        root = std::make_unique<TestRoot>(true);
-        gds = std::make_unique<GdsProcess>(*root);
-        gds->setConfig("addHandler=test\n[test]\nlibFile=" + TestRoot::libDir() +
-                       "/libtesthandler.so\nentryPoint=testhandler_init\n");
-        ASSERT_TRUE(gds->start()) << gds->output();
+        gds.setConfig("addHandler=test\n[test]\nlibFile=" + TestRoot::libDir() +
+                      "/libtesthandler.so\nentryPoint=testhandler_init\n");
+        ASSERT_TRUE(gds.start()) << gds.output();
     }
 
     GDSClient::Options options(bool nxtGen)
     {
         GDSClient::Options o;
         o.layout = nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
-        o.port = nxtGen ? gds->nxtGenPort() : gds->legacyPort();
+        o.port = nxtGen ? gds.nxtGenPort() : gds.legacyPort();
         o.replyTimeoutMs = 5000;
         return o;
     }
@@ -46,76 +49,57 @@ protected:
         for (bool nxtGen : {false, true}) {
             GDSClient client(options(nxtGen));
             client.connect();
-            EXPECT_EQ(kEmptyEnvelope, client.request("get=").text) << (nxtGen ? "8197" : "legacy");
+            EXPECT_EQ("<root><status>ok</status>\n</root>\n", client.request("get=").text) << nxtGen;
         }
     }
 
-    std::unique_ptr<TestRoot> root;
-    std::unique_ptr<GdsProcess> gds;
+    TestRoot root{true};
+    GdsProcess gds{root};
 };
 
-std::string json(const std::string& text)
+TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
 {
-    return be32(static_cast<int>(text.size())) + text;
-}
-
-struct BadFrame {
-    const char* what;
-    bool nxtGen;
-    std::string bytes;
-    bool halfClose;  // the client stops sending after the bytes
-};
-
-TEST_F(Protocol, BadFramesCloseTheirConnectionSilently)
-{
-    std::vector<BadFrame> cases = {
+    // A stalled peer and peers vanishing mid-reply stop nothing either.
+    GDSClient stalled(options(false));
+    stalled.connect();
+    stalled.sendRaw(be32(100) + be32(0) + "BEEF" + "only part");  // never finished
+    for (int i = 0; i < 5; ++i) {
+        GDSClient client(options(false));
+        client.connect();
+        client.sendRaw(client.frame("get=testEcho(" + std::string(6000, 'z') + ")"));
+        client.close();  // before the reply is read
+    }
+    // what, next-generation port, bytes, whether the client then stops sending
+    const std::tuple<const char*, bool, std::string, bool> cases[] = {
         {"length 0", false, be32(0), false},
-        {"negative length", false, be32(-1), false},
-        {"length 1", false, be32(1) + "B", false},
-        {"length 3", false, be32(3) + be32(0) + "BEE", false},
         {"length 8097", false, be32(8097) + be32(0) + "BEEF", false},
-        {"huge length", false, be32(0x7fffffff), false},
         {"bad magic", false, be32(9) + be32(0) + "BEEXhello", false},
-        {"short magic then close", false, be32(9) + be32(0) + "BE", true},
         {"truncated text then close", false, be32(100) + be32(0) + "BEEFabc", true},
         {"truncated length then close", false, std::string("\x00\x00", 2), true},
-        {"json length 0", true, be32(0), false},
         {"json length 8097", true, be32(8097), false},
         {"json invalid", true, json("{\"Magic"), false},
-        {"json of the wrong types", true, json("{\"Magic\":1,\"Command\":[1,2]}"), false},
-        {"json not an object", true, json("[]"), false},
         {"json bad magic", true, json("{\"Magic\":\"BEEX\",\"Command\":\"a\"}"), false},
+        {"json keys are case-sensitive", true, json("{\"magic\":\"BEEF\",\"Command\":\"a\"}"), false},
         {"json truncated then close", true, be32(50) + "{\"Magic\":\"BEEF\"", true},
     };
-    for (const BadFrame& c : cases) {
-        GDSClient client(options(c.nxtGen));
+    for (const auto& [what, nxtGen, bytes, halfClose] : cases) {
+        GDSClient client(options(nxtGen));
         client.connect();
-        client.sendRaw(c.bytes);
-        if (c.halfClose) {
+        client.sendRaw(bytes);
+        if (halfClose) {
             shutdown(client.fd(), SHUT_WR);
         }
         try {
             GDSPacket p = client.readPacket();
-            ADD_FAILURE() << c.what << ": got a reply packet: " << p.data;
+            ADD_FAILURE() << what << ": got a reply packet: " << p.data;
         } catch (const GDSClientError& e) {
             // Closed, or reset when the server closed with our bytes unread.
             EXPECT_TRUE(e.kind() == GDSClientError::kClosed || e.kind() == GDSClientError::kIo)
-                << c.what << ": " << e.what();
+                << what << ": " << e.what();
         }
         expectServing();
     }
-}
-
-TEST_F(Protocol, LargestFramesAreAccepted)
-{
-    GDSClient legacy(options(false));
-    legacy.connect();
-    // L = 8096: 8092 bytes of text.
-    std::string text = "get=testEcho(" + std::string(8092 - 14, 'a') + ")";
-    ASSERT_EQ(8092u, text.size());
-    GDSReply r = legacy.request(text);
-    EXPECT_NE(std::string::npos, r.text.find("<status>ok</status>")) << r.text.substr(0, 200);
-    EXPECT_GE(r.packets.size(), 8u);
+    EXPECT_TRUE(gds.isRunning());
 }
 
 TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
@@ -123,59 +107,15 @@ TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
     for (bool nxtGen : {false, true}) {
         GDSClient client(options(nxtGen));
         client.connect();
-        // Several requests sent back to back before reading any reply.
-        std::string burst;
+        std::string burst;  // sent back to back before reading any reply
         for (int i = 0; i < 20; ++i) {
             burst += client.frame("get=testEcho(" + std::to_string(i) + ")");
         }
         client.sendRaw(burst);
         for (int i = 0; i < 20; ++i) {
-            GDSReply r = client.readReply();
-            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n", r.text);
+            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n",
+                      client.readReply().text);
         }
-    }
-}
-
-TEST_F(Protocol, StalledConnectionDoesNotBlockOthers)
-{
-    GDSClient stalled(options(false));
-    stalled.connect();
-    stalled.sendRaw(be32(100) + be32(0) + "BEEF" + "only part");  // never finished
-    expectServing();
-}
-
-TEST_F(Protocol, PeerVanishingMidReplyLeavesServerRunning)
-{
-    for (int i = 0; i < 5; ++i) {
-        GDSClient client(options(false));
-        client.connect();
-        client.sendRaw(client.frame("get=testEcho(" + std::string(6000, 'z') + ")"));
-        client.close();  // before the reply is read
-    }
-    expectServing();
-    EXPECT_TRUE(gds->isRunning());
-}
-
-TEST_F(Protocol, NonPrintableBytesReachTheWireAsBlanks)
-{
-    GDSClient client(options(false));
-    client.connect();
-    GDSReply r = client.request(std::string("get=testEcho(a\x01") + "\x7f\xc3\xa9)");
-    EXPECT_EQ("<root><testEcho>(a    )</testEcho>\n<status>ok</status>\n</root>\n", r.text);
-}
-
-TEST_F(Protocol, RawReplyHasNoEnvelopeAndNoLastPacket)
-{
-    GDSClient::Options o = options(false);
-    o.rawReply = 1;
-    o.replyEnd = GDSClient::ReplyEnd::kIdle;
-    o.idleMs = 300;
-    GDSClient client(o);
-    client.connect();
-    GDSReply r = client.request("get=testEcho(x)");
-    EXPECT_EQ("<testEcho>(x)</testEcho>\n", r.text);
-    for (const GDSPacket& p : r.packets) {
-        EXPECT_EQ(0, p.last);
     }
 }
 

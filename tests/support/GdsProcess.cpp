@@ -129,7 +129,6 @@ bool GdsProcess::start()
     for (int attempt = 0; attempt < 5; ++attempt) {
         freePorts(m_legacyPort, m_nxtGenPort);
         std::vector<std::string> args = {"-configfile", configPath(), "-port", std::to_string(m_legacyPort)};
-        args.insert(args.end(), m_args.begin(), m_args.end());
         m_env.push_back("GDS_NXTGEN_PORT=" + std::to_string(m_nxtGenPort));
         m_pid = spawn(args);
         m_env.pop_back();

@@ -25,7 +25,6 @@ public:
         m_hasConfig = true;
     }
     void setEnv(const std::string& name, const std::string& value) { m_env.push_back(name + "=" + value); }
-    void addArgs(const std::vector<std::string>& args) { m_args.insert(m_args.end(), args.begin(), args.end()); }
 
     // Starts the server and waits until both ports accept connections.
     // Retries with other ports when one was taken meanwhile. False (with the
@@ -54,7 +53,6 @@ private:
     std::string m_config;
     bool m_hasConfig = false;
     std::vector<std::string> m_env;
-    std::vector<std::string> m_args;
     pid_t m_pid = -1;
     int m_legacyPort = 0;
     int m_nxtGenPort = 0;

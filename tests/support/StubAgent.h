@@ -27,10 +27,5 @@ public:
         free(m_backendText);
         m_backendText = strdup(text.c_str());
     }
-    void forget()
-    {
-        free(m_backendText);
-        m_backendText = nullptr;
-    }
     bool prepared() const { return m_backendText != nullptr; }
 };

@@ -114,13 +114,3 @@ bool TestRoot::exists(const std::string& controllerPath) const
 {
     return access(path(controllerPath).c_str(), F_OK) == 0;
 }
-
-std::string TestRoot::caseName(const char* what)
-{
-    std::string name;
-    for (const char* p = what; p != nullptr && *p != '\0'; ++p) {
-        bool ok = (*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z') || (*p >= '0' && *p <= '9');
-        name += ok ? *p : '_';
-    }
-    return name.empty() ? "case" : name;
-}

@@ -29,10 +29,6 @@ public:
     static std::string libDir();   // build/lib
     static std::string simRoot();  // sim/root
 
-    // A test-name-safe form of a case description ("bad magic" -> "bad_magic"),
-    // for naming the cases of parameterized tests.
-    static std::string caseName(const char* what);
-
 private:
     std::string m_dir;
     std::string m_savedRoot;
