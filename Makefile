@@ -5,6 +5,7 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 RUN_ROOT   ?= $(BUILD)/run-root
+PLATFORM   ?= dravon
 JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
@@ -27,7 +28,7 @@ build-asan: deps
 # Runs the data server in the foreground on a fresh copy of the simulated
 # controller (sim/root), listening on 127.0.0.1:8195 and 127.0.0.1:8197.
 run: build
-	scripts/run-sim.sh $(BUILD) $(RUN_ROOT)
+	PLATFORM=$(PLATFORM) scripts/run-sim.sh $(BUILD) $(RUN_ROOT)
 
 test: test-plain test-asan fuzz
 

@@ -36,7 +36,14 @@ std::string TestRoot::simRoot()
     return envOr("GDS_SIM_ROOT", GDS_SOURCE_DIR "/sim/root");
 }
 
-TestRoot::TestRoot(bool seedFromSim)
+std::string TestRoot::simPlatform(const std::string& name)
+{
+    std::string dir = simRoot() + "/../platforms/" + name;
+    struct stat st;
+    return !name.empty() && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? dir : "";
+}
+
+TestRoot::TestRoot(bool seedFromSim, const std::string& platform)
 {
     std::string base = envOr("GDS_TEST_TMP", GDS_BUILD_DIR "/test-roots");
     mkdir(base.c_str(), 0755);
@@ -57,6 +64,10 @@ TestRoot::TestRoot(bool seedFromSim)
     m_dir = buf;
     if (seedFromSim) {
         EXPECT_EQ(0, runCommand("cp -a '" + simRoot() + "/.' '" + m_dir + "/'"));
+        std::string overlay = simPlatform(platform);
+        if (!overlay.empty()) {
+            EXPECT_EQ(0, runCommand("cp -a '" + overlay + "/.' '" + m_dir + "/'"));
+        }
     }
     if (const char* old = getenv("GDS_ROOT")) {
         m_hadRoot = true;

@@ -8,8 +8,10 @@
 
 class TestRoot {
 public:
-    // seedFromSim: copy sim/root into the new root first.
-    explicit TestRoot(bool seedFromSim = false);
+    // seedFromSim: copy sim/root into the new root first; with a platform
+    // name, then copy sim/platforms/<platform> over it (as `make run
+    // PLATFORM=<platform>` does).
+    explicit TestRoot(bool seedFromSim = false, const std::string& platform = "");
     ~TestRoot();
     TestRoot(const TestRoot&) = delete;
     TestRoot& operator=(const TestRoot&) = delete;
@@ -28,6 +30,8 @@ public:
     static std::string binDir();   // build/bin
     static std::string libDir();   // build/lib
     static std::string simRoot();  // sim/root
+    // sim/platforms/<name> ("" when that platform has no overlay).
+    static std::string simPlatform(const std::string& name);
 
 private:
     std::string m_dir;
