@@ -27,6 +27,7 @@ build-asan: deps
 
 # Runs the data server in the foreground on a fresh copy of the simulated
 # controller (sim/root), listening on 127.0.0.1:8195 and 127.0.0.1:8197.
+# PLATFORM=<name> picks a simulated platform (sim/platforms/<name>).
 run: build
 	PLATFORM=$(PLATFORM) scripts/run-sim.sh $(BUILD) $(RUN_ROOT)
 
