@@ -24,6 +24,13 @@ fi
 sed "s|@GDS_LIB_DIR@|$build/lib|g" "$here/sim/dataserver.conf.in" > "$root/etc/dataserver.conf"
 
 export GDS_ROOT="$root"
+# The identity a controller's environment carries (product id and serial
+# number, read by the inventory); variables already set win.
+if [ -f "$root/etc/sim-environment" ]; then
+  while IFS='=' read -r name value; do
+    case "$name" in product_name|serial_number) [ -z "${!name:-}" ] && export "$name=$value" ;; esac
+  done < "$root/etc/sim-environment"
+fi
 echo "Simulated controller root: $GDS_ROOT (platform $platform)"
 echo "Legacy port ${DATA_SERVER_PORT:-8195}, next-generation port ${GDS_NXTGEN_PORT:-8197} on 127.0.0.1"
 echo "Try: $build/bin/gdsctl 'get=hostname,sshPort'    (Ctrl-C stops the server)"
