@@ -106,6 +106,14 @@ std::string bracketed(const std::string& extra)
     return close == std::string::npos ? "" : extra.substr(open + 1, close - open - 1);
 }
 
+// A refused value as the error message shows it: at most 255 characters
+// (the longest value the checks accept), so a huge argument cannot make the
+// error reply longer than the reply's message room and cut its closing tag.
+std::string echo(const std::string& value)
+{
+    return value.substr(0, 255);
+}
+
 }  // namespace
 
 const std::vector<const char*>& InventoryAgent::propertyNames()
@@ -476,12 +484,12 @@ int InventoryAgent::preProcessSet(std::string& name, TokenMap& arguments)
     if (!system_check_user_input(args[1].c_str(), "general_rule") ||
         !validate("/usr/cli/classes/validateaddress", {"1", "2", args[1]})) {
         m_status = 2;
-        throw ProcessingException("invalid IP address provided %s", args[1].c_str());
+        throw ProcessingException("invalid IP address provided %s", echo(args[1]).c_str());
     }
     if (!system_check_user_input(args[2].c_str(), "general_rule") ||
         !validate("/usr/cli/classes/validatepath", {"1", "2", "3", args[2]})) {
         m_status = 2;
-        throw ProcessingException("invalid path provided %s", args[2].c_str());
+        throw ProcessingException("invalid path provided %s", echo(args[2]).c_str());
     }
     m_protocol = args[0];
     m_ipAddress = args[1];

@@ -1,0 +1,247 @@
+// The inventory end to end: the simulated hosts' replies (golden), each
+// platform's DIMM ids, the shared cache under several connections, the data
+// version, the collection and hostile upload arguments over the wire.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "GDSClient.h"
+#include "GdsProcess.h"
+#include "TestRoot.h"
+#include "XmlCheck.h"
+
+namespace {
+
+const char kPage[] =
+    "get=inventoryCPU,inventoryCPUCore,inventoryMemory,inventoryMemoryDetail,inventoryMemorySummary,"
+    "sysProductName,sysProductID,sysSerialNum,UUID,smbiosBootOrderList,tarqSmbiosBootOrderList,inventoryPCI,"
+    "lomMacAddressList,sysPlatform";
+
+std::string golden(const std::string& name)
+{
+    std::ifstream in(TestRoot::simRoot() + "/../../tests/golden/" + name);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+size_t count(const std::string& text, const std::string& what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+        n++;
+    }
+    return n;
+}
+
+class InventoryE2E : public testing::Test {
+protected:
+    void start(const std::string& platform = "")
+    {
+        root.reset(new TestRoot(true, platform));
+        gds.reset(new GdsProcess(*root));
+        std::string env = root->readFile("/etc/sim-environment");
+        std::istringstream lines(env);
+        for (std::string line; std::getline(lines, line);) {
+            size_t eq = line.find('=');
+            if (eq != std::string::npos) {
+                gds->setEnv(line.substr(0, eq), line.substr(eq + 1));
+            }
+        }
+        ASSERT_TRUE(gds->start()) << gds->output();
+    }
+
+    std::string ask(const std::string& text, uint32_t privileges = 0x7f)
+    {
+        GDSClient::Options o;
+        o.port = gds->legacyPort();
+        o.privileges = privileges;
+        GDSClient client(o);
+        client.connect();
+        std::string reply = client.request(text).text;
+        EXPECT_TRUE(isWellFormedXml(reply)) << text << "\n" << reply;
+        return reply;
+    }
+
+    std::unique_ptr<TestRoot> root;
+    std::unique_ptr<GdsProcess> gds;
+};
+
+TEST_F(InventoryE2E, SimulatedHostAnswersTheInventoryPage)
+{
+    start();
+    EXPECT_EQ(golden("inventory_dravon.xml"), ask(kPage));
+    // Statistics carry the time of collection.
+    std::string stats = ask("get=memoryStats[2],processorStats,motherboardStats,inventoryStatus");
+    std::string timeless = std::regex_replace(stats, std::regex("<timeCollected>[-0-9T:]+</timeCollected>"), "<t/>");
+    EXPECT_EQ(
+        "<root><memoryStats><memory><id>2</id>\n<description>DIMM_A2</description>\n<temperature>31 C"
+        "</temperature>\n<t/>\n</memory></memoryStats><processorStats><processor><id>1</id>\n"
+        "<description>CPU1</description>\n<temperature>45 C</temperature>\n<t/>\n</processor><processor>"
+        "<id>2</id>\n<description>CPU2</description>\n<temperature>46 C</temperature>\n<t/>\n</processor>"
+        "</processorStats><motherboardStats><t/>\n<consumedPower>250 W</consumedPower>\n<inputCurrent>1.1 A"
+        "</inputCurrent>\n<inputVoltage>230 V</inputVoltage>\n<ambientTemp>22 C</ambientTemp>\n<frontTemp>24 C"
+        "</frontTemp>\n<iohub1Temp>41 C</iohub1Temp>\n<iohub2Temp>40 C</iohub2Temp>\n<rearTemp>33 C</rearTemp>\n"
+        "</motherboardStats><Inventory><inventory-status>NONE</inventory-status>\n<inventory-progress>0"
+        "</inventory-progress>\n</Inventory><status>ok</status>\n</root>\n",
+        timeless);
+}
+
+TEST_F(InventoryE2E, EachPlatformNamesItsDimms)
+{
+    const struct {
+        const char* platform;
+        const char* firstDimm;  // id and name of the first DIMM
+        size_t dimms;
+        size_t unknownIds;  // DIMMs with id 999
+        int sysPlatform;
+    } cases[] = {
+        {"kestin", "<id>1</id>\n<Name>MEM1 DIMM_1B</Name>", 64, 0, 4},
+        {"tovrel", "<id>1</id>\n<Name>A1</Name>", 48, 0, 10},
+        {"quentar", "<id>1</id>\n<Name>MEM RSR 1 DIMM A1</Name>", 96, 0, 11},
+        {"wescal", "<id>999</id>\n<Name>P1-DIMMA1</Name>", 8, 8, 25},
+    };
+    for (const auto& c : cases) {
+        start(c.platform);
+        std::string reply = ask("get=inventoryMemoryDetail,sysPlatform,inventoryCPUCore");
+        EXPECT_NE(std::string::npos, reply.find(std::string("<DIMMList><DIMM>") + c.firstDimm)) << c.platform;
+        EXPECT_EQ(c.dimms, count(reply, "<DIMM>")) << c.platform;
+        EXPECT_EQ(c.unknownIds, count(reply, "<id>999</id>")) << c.platform;
+        EXPECT_NE(std::string::npos, reply.find("<sysPlatform>" + std::to_string(c.sysPlatform) + "</sysPlatform>"))
+            << c.platform;
+        gds->stop();
+    }
+    // Tovrel's second socket is empty: it is shown but not counted.
+    start("tovrel");
+    std::string cpus = ask("get=inventoryCPU,inventoryCPUCore");
+    EXPECT_NE(std::string::npos, cpus.find("<Status>Unpopulated</Status>"));
+    EXPECT_NE(std::string::npos, cpus.find("<numOfCores>28</numOfCores>"));
+}
+
+TEST_F(InventoryE2E, ConnectionsShareOneCacheUntilTheVersionChanges)
+{
+    start();
+    // A slow library: both connections ask at once, one fills the cache.
+    std::string host = root->readFile("/var/smbios/host.json");
+    std::string slow = host;
+    slow.replace(slow.find("\"delayMs\": 0"), 12, "\"delayMs\": 50");
+    root->writeFile("/var/smbios/host.json", slow);
+    std::string replies[4];
+    std::vector<std::thread> threads;
+    for (auto& r : replies) {
+        threads.emplace_back([&r, this] {
+            GDSClient::Options o;
+            o.port = gds->legacyPort();
+            GDSClient client(o);
+            client.connect();
+            r = client.request("get=inventoryMemory,inventoryPCI,inventoryCPU").text;
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    for (const auto& r : replies) {
+        EXPECT_EQ(replies[0], r);
+        EXPECT_EQ(12u, count(r, "<DIMM>"));
+    }
+    EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
+    // Cached: the record calls are not made again.
+    root->writeFile("/var/smbios/faults/GetMemoryInfo", "fail");
+    EXPECT_EQ(replies[0], ask("get=inventoryMemory,inventoryPCI,inventoryCPU"));
+    // A new data version drops the cache and logs both versions.
+    std::string bumped = host;
+    bumped.replace(bumped.find("\"version\": 1"), 12, "\"version\": 2");
+    bumped.replace(bumped.find("\"DIMM_A1\""), 9, "\"DIMM_X1\"");
+    root->writeFile("/var/smbios/host.json", bumped);
+    EXPECT_NE(std::string::npos, ask("get=inventoryMemory").find("Failed processing MemoryInfo request"));
+    unlink(root->path("/var/smbios/faults/GetMemoryInfo").c_str());
+    std::string fresh = ask("get=inventoryMemoryDetail,inventoryMemory");
+    EXPECT_NE(std::string::npos, fresh.find("<id>999</id>\n<Name>DIMM_X1</Name>"));
+    EXPECT_NE(std::string::npos, fresh.find("<DIMM><Name>DIMM_X1</Name>"));
+    EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x1, New smVersion: 0x2"));
+}
+
+TEST_F(InventoryE2E, CollectionRunsToCompletion)
+{
+    start();
+    EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("set=inventoryRefresh:1"));
+    std::vector<std::string> seen;
+    bool sentSecond = false;
+    for (int i = 0; i < 200; i++) {
+        std::smatch m;
+        std::string reply = ask("get=inventoryStatus");
+        std::regex_search(reply, m,
+                          std::regex("<inventory-status>([A-Z_]+)</inventory-status>\n"
+                                     "<inventory-progress>([0-9]+)</inventory-progress>"));
+        ASSERT_EQ(3u, m.size()) << reply;
+        if (seen.empty() || seen.back() != m[1].str() + " " + m[2].str()) {
+            seen.push_back(m[1].str() + " " + m[2].str());
+        }
+        if (!sentSecond && m[1] == "IN_PROGRESS") {
+            // A second refresh while the first runs starts nothing.
+            EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("set=inventoryRefresh:1"));
+            sentSecond = true;
+        }
+        if (m[1] == "COMPLETED") {
+            break;
+        }
+        usleep(100000);
+    }
+    ASSERT_FALSE(seen.empty());
+    EXPECT_EQ("COMPLETED 100", seen.back());
+    EXPECT_TRUE(sentSecond);
+    EXPECT_EQ(1u, count(gds->output(), "inventory collection script execution is in progess"));
+    EXPECT_EQ(1u, count(root->readFile("/var/safeexec/commands"), "inventory-all.sh &"));
+}
+
+TEST_F(InventoryE2E, UploadChecksEveryArgument)
+{
+    start();
+    std::string canary = root->path("/tmp/canary");
+    const struct {
+        std::string request;
+        std::string error;  // "" for success
+    } cases[] = {
+        {"set=inventoryUpload(tftp,10.0.0.5,/inv,user,pass)", ""},
+        {"set=inventoryUpload(tftp,10.0.0.5)",
+         "invalid parameters for inventoryUpload(remoteProtocol,remoteIP,remotepath,remoteUsername,"
+         "remotePassword]) got 2"},
+        {"set=inventoryUpload(tftp;touch " + canary + ",10.0.0.5,/inv)", "Invalid Protocol!"},
+        {"set=inventoryUpload(tftp,$\\(touch " + canary + "\\),/inv)",
+         "invalid IP address provided $(touch " + canary + ")"},
+        {"set=inventoryUpload(tftp,10.0.0.5,/inv`touch " + canary + "`)",
+         "invalid path provided /inv`touch " + canary + "`"},
+        {"set=inventoryUpload(tftp,10.0.0.5,-rf)", "invalid path provided -rf"},
+        {"set=inventoryUpload(tftp,10.0.0.5,/inv,user,p;touch " + canary + ")", "Invalid Parameters"},
+        {"set=inventoryUpload(tftp,10.0.0.5,/" + std::string(5000, 'x') + ")",
+         "invalid path provided /" + std::string(254, 'x')},
+    };
+    for (const auto& c : cases) {
+        std::string reply = ask(c.request);
+        if (c.error.empty()) {
+            EXPECT_EQ("<root><status>ok</status>\n</root>\n", reply);
+        } else {
+            EXPECT_EQ("<root><status>error</status><errorMsg>" + c.error + "</errorMsg></root>", reply)
+                << c.request.substr(0, 80);
+        }
+    }
+    EXPECT_EQ("<root><status>error</status><errorMsg>Insufficient privileges</errorMsg></root>",
+              ask("set=inventoryUpload(tftp,10.0.0.5,/inv)", 0x01));
+    for (int i = 0; i < 100 && root->readFile("/var/inventory-upload.log").empty(); i++) {
+        usleep(50000);
+    }
+    usleep(200000);
+    EXPECT_EQ(
+        "upload\n  -ip\n  10.0.0.5\n  -path\n  /inv\n  -protocol\n  tftp\n  -username\n  user\n  -password\n"
+        "  pass\n",
+        root->readFile("/var/inventory-upload.log"));
+    EXPECT_FALSE(root->exists("/tmp/canary"));
+}
+
+}  // namespace
