@@ -19,13 +19,13 @@ namespace {
 fuzzconn::Connection connection;
 AComponentLog* inventoryLog = nullptr;
 const char* const kFiles[] = {
-    "/var/pmbus/num_psu",       "/var/pmbus/ps0/status",    "/var/pmbus/ps0/pin",      "/var/pmbus/ps0/poutmax",
-    "/var/pmbus/ps0/rev",       "/var/pmbus/ps0/model",     "/var/pmbus/ps0/mfgRev",   "/var/pmbus/ps1/status",
-    "/var/pmbus/ps1/pin",       "/var/gpu/num_gpu_sys",     "/var/gpu/gpu0/num_gpu",   "/var/gpu/gpu0/card_name",
-    "/var/gpu/gpu0/pci_slotid", "/var/gpu/gpu0/temp0",      "/var/gpu/gpu0/temp1",     "/var/gpu/gpu0/temp3",
-    "/var/gpu/gpu1/num_gpu",    "/var/gpu/gpu1/card_name",  "/var/gpu/gpu1/pci_slotid", "/var/gpu/gpu1/temp0",
+    "/var/pmbus/num_psu",       "/var/pmbus/ps0/status",   "/var/pmbus/ps0/pin",       "/var/pmbus/ps0/poutmax",
+    "/var/pmbus/ps0/rev",       "/var/pmbus/ps0/model",    "/var/pmbus/ps0/mfgRev",    "/var/pmbus/ps1/status",
+    "/var/pmbus/ps1/pin",       "/var/gpu/num_gpu_sys",    "/var/gpu/gpu0/num_gpu",    "/var/gpu/gpu0/card_name",
+    "/var/gpu/gpu0/pci_slotid", "/var/gpu/gpu0/temp0",     "/var/gpu/gpu0/temp1",      "/var/gpu/gpu0/temp3",
+    "/var/gpu/gpu1/num_gpu",    "/var/gpu/gpu1/card_name", "/var/gpu/gpu1/pci_slotid", "/var/gpu/gpu1/temp0",
 };
-const char* const kDirs[] = {"/var", "/var/pmbus", "/var/pmbus/ps0", "/var/pmbus/ps1",
+const char* const kDirs[] = {"/var",     "/var/pmbus",    "/var/pmbus/ps0", "/var/pmbus/ps1",
                              "/var/gpu", "/var/gpu/gpu0", "/var/gpu/gpu1"};
 }  // namespace
 

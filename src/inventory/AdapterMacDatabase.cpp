@@ -273,6 +273,12 @@ void AdapterMacDatabase::getAdapterMacInfo()
         printf("We started using %s\n", path);
     }
     const int slots = getMaxPlatformSlots();
+    // The update flag is taken down before the file is read, not after: a
+    // check on another connection that notices a newer file while this read
+    // runs raises it again, so that file is read next time instead of being
+    // lost. Every failure below either drops the table (which forces a
+    // reread) or raises the flag again.
+    s_updateFound = false;
     std::vector<unsigned char> image;
     if (!readImage(path, image)) {
         m_log.logInfo("Unable to open Mac DB: %s\n ", kPrimaryPath);
@@ -299,6 +305,7 @@ void AdapterMacDatabase::getAdapterMacInfo()
     FILE* list = fopen(PlatformRoot::path(kSlotListPath).c_str(), "w");
     if (list == nullptr) {
         m_log.logInfo("\n Not able to create temp slot file, will not display network adapter");
+        s_updateFound = true;  // keeps the previous table; try again next time
         return;
     }
     bool zeroInterfaces = false;
@@ -313,7 +320,6 @@ void AdapterMacDatabase::getAdapterMacInfo()
     }
     fprintf(list, "\n");
     fclose(list);
-    s_updateFound = false;
 
     // The table holds at most the header's adapter count: an adapter beyond
     // it does not fit and the whole file is rejected.
