@@ -115,17 +115,23 @@ void AdapterMacDatabase::reset()
 void AdapterMacDatabase::CheckforAdapterUpdate()
 {
     // Runs outside the inventory mutex on every connection's thread: the
-    // remembered times and the flag are atomics, so concurrent checks never
-    // race. Times are kept to the nanosecond and any change counts (also a
-    // file put back with an older time), so rewriting the file within the
-    // same second is noticed too.
+    // remembered states and the flag are atomics, so concurrent checks never
+    // race. A file's state is its modification time to the nanosecond
+    // together with its size and inode, and any change counts (also a file
+    // put back with an older time): file times advance only once per clock
+    // tick, so a rewrite right after a check is still seen when the size
+    // changes or the file was replaced by a rename.
     const char* const paths[2] = {kPrimaryPath, kSecondaryPath};
     for (int i = 0; i < 2; i++) {
         struct stat st;
         if (stat(PlatformRoot::path(paths[i]).c_str(), &st) != 0) {
             continue;
         }
-        int64_t time = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+        uint64_t state =
+            static_cast<uint64_t>(st.st_mtim.tv_sec) * 1000000000u + static_cast<uint64_t>(st.st_mtim.tv_nsec);
+        state ^= static_cast<uint64_t>(st.st_size) * 0x9E3779B97F4A7C15u;
+        state ^= static_cast<uint64_t>(st.st_ino) * 0xC2B2AE3D27D4EB4Fu;
+        int64_t time = static_cast<int64_t>(state);
         if (s_seenTime[i].exchange(time) != time) {
             s_updateFound = true;
             m_log.logInfo("InventoryAgent::CheckforAdapterUpdate: new version of MacDb.bin found %d\n", i + 1);

@@ -8,7 +8,9 @@
 
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "AgentHarness.h"
 #include "DataAgent.h"
@@ -347,7 +349,9 @@ TEST(AdapterMacDatabase, RewritingTheFileMakesTheNextRequestRereadIt)
     EXPECT_NE(f.request("[0 card]").find("Card Three"), std::string::npos);
     EXPECT_FALSE(AdapterMacDatabase::updatePending());
     db.map[1].name = "Card Renamed";
-    f.install(db.bytes());  // rewritten at once: the same second, a new nanosecond time
+    db.map[1].interfaces = 2;
+    db.macs.push_back({3, "00:00:00:00:03:02"});
+    f.install(db.bytes());  // rewritten at once, possibly within the same clock tick
     std::string reply = f.request("[0 card]");
     EXPECT_NE(reply.find("Card Renamed"), std::string::npos) << reply;
     // Without a change the table is reused.
@@ -360,4 +364,49 @@ TEST(AdapterMacDatabase, RewritingTheFileMakesTheNextRequestRereadIt)
     f.harness.root().writeFile(AdapterMacDatabase::kSecondaryPath, db.bytes());
     EXPECT_NE(f.request("[0 card]").find("From Flash"), std::string::npos);
     EXPECT_NE(f.captured.text().find("new version of MacDb.bin found 2"), std::string::npos);
+}
+
+TEST(AdapterMacDatabase, ConnectionsReadingWhileTheFileChanges)
+{
+    // Readers on several threads hold a mutex as the inventory pass does;
+    // a writer rewrites the file in place and runs the unlocked update
+    // check. Every table seen is one of the two files, or empty when a read
+    // met a half-written file; the last file always wins.
+    Fixture f;
+    Db small = twoAdapters();
+    Db large = twoAdapters();
+    large.map.push_back({4, 1, "Card Four"});
+    large.macs.push_back({4, "00:00:00:00:04:01"});
+    const std::string files[2] = {small.bytes(), large.bytes()};
+    f.install(files[0]);
+    std::mutex inventoryMutex;
+    std::atomic<bool> done{false};
+    std::atomic<int> bad{0};
+    auto reader = [&]() {
+        AComponentLog log;
+        AdapterMacDatabase db(log);
+        while (!done) {
+            db.CheckforAdapterUpdate();
+            std::lock_guard<std::mutex> lock(inventoryMutex);
+            db.getAdapterMacInfo();
+            size_t n = AdapterMacDatabase::adapters().size();
+            if (n != 0 && n != 2 && n != 3) {
+                bad++;
+            }
+        }
+    };
+    std::thread readers[2] = {std::thread(reader), std::thread(reader)};
+    AComponentLog log;
+    AdapterMacDatabase writer(log);
+    for (int i = 1; i <= 60; i++) {
+        f.install(files[i % 2]);
+        writer.CheckforAdapterUpdate();
+    }
+    done = true;
+    for (auto& t : readers) {
+        t.join();
+    }
+    EXPECT_EQ(bad, 0);
+    f.db.getAdapterMacInfo();
+    EXPECT_EQ(AdapterMacDatabase::adapters().size(), 2u);  // the 60th write: the small file
 }
