@@ -14,7 +14,9 @@
 #include <string>
 #include <vector>
 
+#include "AdapterMacDatabase.h"
 #include "DataAgent.h"
+#include "DeviceInventory.h"
 
 class DIMMId;
 class GUIDataSocket;
@@ -126,8 +128,18 @@ public:
 private:
     int processSmBiosDataGetAndPost(GUIDataSocket& socket);
     void refreshSmBiosVersion();
-    void writeSmBiosReply(const std::string& name, GUIDataSocket& socket);
-    void writeOtherReply(const std::string& name, GUIDataSocket& socket);
+    // One requested name with its argument text and, for "inventoryGPU",
+    // its slot and mode. Each request keeps its own arguments, so a get of
+    // "inventoryGPU[0 gpuInfo],inventoryGPU[0 card]" answers both forms
+    // (one process-wide mode would answer the last form twice).
+    struct Requested {
+        std::string name;
+        std::string extra;
+        unsigned short gpuSlot;
+        std::string gpuMode;
+    };
+    void writeSmBiosReply(const Requested& request, GUIDataSocket& socket);
+    void writeOtherReply(const Requested& request, GUIDataSocket& socket);
     // The first word of the status file ("" when missing or not a state).
     std::string collectionState();
     bool collectionRunning();
@@ -137,11 +149,10 @@ private:
     void startUpload();
     void freeCacheLocked();
 
-    std::vector<std::string> m_requested;
+    std::vector<Requested> m_requested;
     bool m_sources[kSourceCount];
     int m_memoryStatId;
     int m_processorStatId;
-    unsigned short m_gpuSlotId;
     std::string m_protocol, m_ipAddress, m_path, m_user, m_password;
     bool m_refresh;
     bool m_upload;
@@ -157,7 +168,8 @@ private:
     int m_processorStatCount;
     unsigned char m_boardStats[128];
     bool m_boardStatsValid;
-    std::string m_gpuMode;                   // "card", "gpuInfo" or "" (at most 4 characters)
+    DeviceInventory m_devices;               // daemon, sensor, disk and TPM sources of this connection
+    AdapterMacDatabase m_macDb;              // this connection's slot argument and mode; its table is process-wide
     std::vector<unsigned char> m_bootOrder;  // this request's copy of the boot order buffer
     std::string m_uuid;                      // 32 hex digits, or the stored text after a failed read
 };

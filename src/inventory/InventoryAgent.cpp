@@ -135,7 +135,6 @@ InventoryAgent::InventoryAgent(DataHandler& handler)
       m_sources(),
       m_memoryStatId(0),
       m_processorStatId(0),
-      m_gpuSlotId(0),
       m_refresh(false),
       m_upload(false),
       m_bootDeviceNames{{0, "System"},
@@ -153,7 +152,9 @@ InventoryAgent::InventoryAgent(DataHandler& handler)
       m_processorStats(),
       m_processorStatCount(0),
       m_boardStats(),
-      m_boardStatsValid(false)
+      m_boardStatsValid(false),
+      m_devices(m_log),
+      m_macDb(m_log)
 {
     m_status = 1;
 }
@@ -169,7 +170,6 @@ int InventoryAgent::initialize()
     m_refresh = false;
     m_upload = false;
     m_requested.clear();
-    m_gpuMode.clear();
     m_bootOrder.clear();
     m_status = 1;
     return 1;
@@ -195,7 +195,7 @@ int InventoryAgent::preProcessGet(std::string& name, std::string& extra)
         puts("Not a valid Inventory Type");
         return m_status;
     }
-    m_requested.push_back(name);
+    m_requested.push_back({name, extra, 0, ""});
     if (info->source != kNone) {
         m_sources[info->source] = true;
     }
@@ -204,23 +204,12 @@ int InventoryAgent::preProcessGet(std::string& name, std::string& extra)
     } else if (name == "processorStats") {
         m_processorStatId = extractId(extra);
     } else if (name == "inventoryGPU") {
-        printf("Inventory Type:GPU %s\n", extra.c_str());
-        std::string args = bracketed(extra);
-        size_t blank = args.find(' ');
-        std::string slot = args.substr(0, blank);
-        std::string mode = blank == std::string::npos ? "" : args.substr(blank + 1);
-        mode = mode.substr(0, mode.find(' '));
-        printf("GPU - %s\n", slot.c_str());
-        if (slot == "L" || slot == "M") {
-            m_gpuSlotId = static_cast<unsigned char>(slot[0]);
-        } else {
-            m_gpuSlotId = static_cast<unsigned short>(strtoul(slot.c_str(), nullptr, 0));
-        }
-        // The mode is kept per agent (at most 4 characters), not process-wide:
-        // two connections asking at once must not see each other's mode.
-        m_gpuMode = mode.substr(0, 4);
-        printf("This is m_gpuslotID=%d\n", m_gpuSlotId);
-        printf("This is mode %s\n", m_gpuMode.c_str());
+        // Slot and mode are kept per agent, not process-wide: two connections
+        // asking at once must not see each other's mode.
+        DeviceInventory::parseGpuArgument(extra, m_requested.back().gpuSlot, m_requested.back().gpuMode);
+    } else if (name == "AdapterMacAddressList") {
+        m_macDb.CheckforAdapterUpdate();
+        m_macDb.extractSlotInfo(extra);
     }
     fflush(stdout);
     return m_status;
@@ -228,7 +217,20 @@ int InventoryAgent::preProcessGet(std::string& name, std::string& extra)
 
 int InventoryAgent::processGet()
 {
-    // The daemon, sensor and disk sources fetch here, per request.
+    // The daemon, sensor and disk sources fetch here, per request, without
+    // the lock: their data belongs to this agent.
+    const struct {
+        Source source;
+        int (DeviceInventory::*fetch)();
+    } kFetches[] = {{kSrcPsu, &DeviceInventory::fetchPowerSupplies},
+                    {kSrcGpu, &DeviceInventory::fetchGpus},
+                    {kSrcHdd, &DeviceInventory::fetchDriveSlots},
+                    {kSrcLocalDisks, &DeviceInventory::fetchLocalDisks}};
+    for (const auto& f : kFetches) {
+        if (m_sources[f.source] && (m_devices.*f.fetch)() != 1) {
+            m_status = 2;
+        }
+    }
     return m_status;
 }
 
@@ -241,10 +243,10 @@ int InventoryAgent::postProcessGet(ConnectionHandler& connection)
     if (m_status == 1) {
         puts("InventoryAgent::postProcessGet");
         fflush(stdout);
-        for (const std::string& name : m_requested) {
-            const NameInfo* info = findName(name);
+        for (const Requested& request : m_requested) {
+            const NameInfo* info = findName(request.name);
             if (info != nullptr && !info->smbios) {
-                writeOtherReply(name, socket);
+                writeOtherReply(request, socket);
             }
         }
     }
@@ -286,17 +288,19 @@ int InventoryAgent::processSmBiosDataGetAndPost(GUIDataSocket& socket)
     if (m_sources[kSrcPcie]) {
         getPCIinfo();
     }
-    // kSrcAdapterMac: the adapter MAC database is read here.
+    if (m_sources[kSrcAdapterMac]) {
+        m_macDb.getAdapterMacInfo();
+    }
     if (m_sources[kSrcLom]) {
         getLomMacList();
     }
     if (m_status != 1) {
         return m_status;
     }
-    for (const std::string& name : m_requested) {
-        const NameInfo* info = findName(name);
+    for (const Requested& request : m_requested) {
+        const NameInfo* info = findName(request.name);
         if (info != nullptr && info->smbios) {
-            writeSmBiosReply(name, socket);
+            writeSmBiosReply(request, socket);
         }
     }
     m_log.logTrace("InventoryAgent: %s  Exiting\n", "processSmBiosDataGetAndPost");
@@ -321,8 +325,9 @@ void InventoryAgent::refreshSmBiosVersion()
     setCachedVersion(ok ? version : 0);
 }
 
-void InventoryAgent::writeSmBiosReply(const std::string& name, GUIDataSocket& socket)
+void InventoryAgent::writeSmBiosReply(const Requested& request, GUIDataSocket& socket)
 {
+    const std::string& name = request.name;
     if (name == "inventoryCPU") {
         postCpuInfo(socket);
     } else if (name == "inventoryCPUCore") {
@@ -351,12 +356,16 @@ void InventoryAgent::writeSmBiosReply(const std::string& name, GUIDataSocket& so
         postPCIinfo(socket);
     } else if (name == "lomMacAddressList") {
         postLomMacAddrList(socket);
+    } else if (name == "AdapterMacAddressList") {
+        // The reply clears slot and mode; each request sets its own again.
+        m_macDb.extractSlotInfo(request.extra);
+        m_macDb.postAdapterMacAddressList(socket);
     }
-    // "AdapterMacAddressList": the adapter MAC database's reply.
 }
 
-void InventoryAgent::writeOtherReply(const std::string& name, GUIDataSocket& socket)
+void InventoryAgent::writeOtherReply(const Requested& request, GUIDataSocket& socket)
 {
+    const std::string& name = request.name;
     if (name == "sysPlatform") {
         socket.writeSimpleElement("sysPlatform", static_cast<int>(getPlatform()));
     } else if (name == "smbiosBootOrderList") {
@@ -365,9 +374,21 @@ void InventoryAgent::writeOtherReply(const std::string& name, GUIDataSocket& soc
         postBootOrderDeviceList(socket, true);
     } else if (name == "inventoryStatus") {
         postInventoryStatus(socket);
+    } else if (name == "platformSkuType") {
+        m_devices.writePlatformSkuType(socket);
+    } else if (name == "inventoryPSU") {
+        m_devices.writePowerSupplies(socket);
+    } else if (name == "inventoryHDD") {
+        m_devices.writeDriveSlots(socket);
+    } else if (name == "tarqLocalDisks") {
+        m_devices.writeLocalDisks(socket);
+    } else if (name == "inventoryGPU") {
+        m_devices.writeGpus(socket, request.gpuSlot, request.gpuMode.c_str());
+    } else if (name == "inventoryTPM") {
+        m_devices.writeTpm(socket);
+    } else if (name == "veskSecValidation") {
+        m_devices.postVeskSecValidation(socket);
     }
-    // "platformSkuType", "inventoryPSU", "inventoryHDD", "tarqLocalDisks",
-    // "inventoryGPU", "inventoryTPM", "veskSecValidation": the device sources.
 }
 
 // --- collection state ---

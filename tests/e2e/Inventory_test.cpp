@@ -244,4 +244,77 @@ TEST_F(InventoryE2E, UploadChecksEveryArgument)
     EXPECT_FALSE(root->exists("/tmp/canary"));
 }
 
+const char kDevicePage[] =
+    "get=inventoryPSU,inventoryHDD,tarqLocalDisks,inventoryGPU[0 gpuInfo],inventoryGPU[0 card],inventoryTPM,"
+    "platformSkuType,veskSecValidation,AdapterMacAddressList,inventoryCPUCore";
+
+TEST_F(InventoryE2E, DeviceSourcesAnswerAfterTheSmbiosElements)
+{
+    start();
+    std::string reply = ask(kDevicePage);
+    // SMBIOS elements (the adapter table among them) first, then the devices in request order.
+    std::vector<std::string> order = {"<AdapterDataList>",    "<numOfCores>", "<PSList>",      "<hddList>",
+                                      "<LocalHardDriveList>", "<gpuList>",    "<gpuCardList>", "<tpm>",
+                                      "<veskSecValidation>"};
+    size_t last = 0;
+    for (const std::string& tag : order) {
+        size_t at = reply.find(tag, last);
+        EXPECT_NE(std::string::npos, at) << tag << "\n" << reply;
+        last = at == std::string::npos ? last : at;
+    }
+    EXPECT_EQ(2u, count(reply, "<PS>"));
+    EXPECT_EQ(1u, count(reply, "<Operability>degraded</Operability>"));
+    EXPECT_NE(std::string::npos, reply.find("<tpmPresence>equipped</tpmPresence>"));
+    EXPECT_NE(std::string::npos, reply.find("<status>ok</status>"));
+}
+
+TEST_F(InventoryE2E, AdapterMacListHasThreeForms)
+{
+    start();
+    std::string mac = ask("get=AdapterMacAddressList[L mac]");
+    EXPECT_EQ(0u, mac.find("<root><MacDataList><MacData><InterfaceID>1</InterfaceID>")) << mac;
+    EXPECT_EQ(std::string::npos, mac.find("<AdapterData>"));
+    std::string card = ask("get=AdapterMacAddressList[3 card]");
+    EXPECT_EQ(1u, count(card, "<AdapterData>")) << card;
+    EXPECT_EQ(0u, count(card, "<MacDataList>"));
+    std::string all = ask("get=AdapterMacAddressList[0]");
+    EXPECT_LT(1u, count(all, "<AdapterData>"));
+    EXPECT_EQ(count(all, "<AdapterData>"), count(all, "<MacDataList>"));
+    // Two forms in one request each keep their own argument.
+    std::string both = ask("get=AdapterMacAddressList[3 card],AdapterMacAddressList[L mac]");
+    EXPECT_EQ(card.substr(0, card.find("<status>")) + mac.substr(6, mac.find("<status>") - 6),
+              both.substr(0, both.find("<status>")));
+    std::string gpus = ask("get=inventoryGPU[0 gpuInfo],inventoryGPU[0 card]");
+    EXPECT_EQ(1u, count(gpus, "<gpuList>"));
+    EXPECT_EQ(1u, count(gpus, "<gpuCardList>"));
+}
+
+TEST_F(InventoryE2E, ManyConnectionsAtOnceGetTheSameInventory)
+{
+    start("quentar");
+    std::string page = std::string(kPage) + ",inventoryPSU,AdapterMacAddressList,inventoryTPM,tarqLocalDisks";
+    std::string replies[6];
+    std::vector<std::thread> threads;
+    for (auto& r : replies) {
+        threads.emplace_back([&r, &page, this] {
+            GDSClient::Options o;
+            o.port = gds->legacyPort();
+            GDSClient client(o);
+            client.connect();
+            for (int i = 0; i < 3; i++) {
+                r = client.request(page).text;
+            }
+        });
+    }
+    for (auto& t : threads) {
+        t.join();
+    }
+    EXPECT_TRUE(isWellFormedXml(replies[0])) << replies[0];
+    EXPECT_EQ(96u, count(replies[0], "<DIMM><id>"));
+    EXPECT_NE(std::string::npos, replies[0].find("<AdapterDataList><AdapterData>"));
+    for (const auto& r : replies) {
+        EXPECT_EQ(replies[0], r);
+    }
+}
+
 }  // namespace
