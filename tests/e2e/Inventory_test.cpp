@@ -233,7 +233,7 @@ TEST_F(InventoryE2E, UploadChecksEveryArgument)
     }
     EXPECT_EQ("<root><status>error</status><errorMsg>Insufficient privileges</errorMsg></root>",
               ask("set=inventoryUpload(tftp,10.0.0.5,/inv)", 0x01));
-    for (int i = 0; i < 100 && root->readFile("/var/inventory-upload.log").empty(); i++) {
+    for (int i = 0; i < 600 && root->readFile("/var/inventory-upload.log").empty(); i++) {
         usleep(50000);
     }
     usleep(200000);

@@ -369,7 +369,7 @@ TEST_F(Upload, RecordsWhatItSends)
 {
     // The upload runs in the background; wait for its record.
     auto waitFor = [&](const std::string& uploads) {
-        for (int i = 0; i < 100 && count(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads; i++) {
+        for (int i = 0; i < 600 && count(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads; i++) {
             usleep(50000);
         }
         return h.root().readFile("/var/inventory-upload.log");

@@ -1,11 +1,13 @@
 #!/bin/sh
 # Simulated upload of the collected inventory: records what it would send.
 # Every run appends a line "upload" and then each argument on its own line
-# to "/var/inventory-upload.log" under the platform root ($GDS_ROOT).
+# (indented by two blanks) to "/var/inventory-upload.log" under the platform
+# root ($GDS_ROOT), in one write so readers never see half a record.
 log="${GDS_ROOT:-}/var/inventory-upload.log"
-{
-    echo "upload"
-    for argument in "$@"; do
-        printf '  %s\n' "$argument"
-    done
-} >> "$log"
+record="upload
+"
+for argument in "$@"; do
+    record="$record  $argument
+"
+done
+printf '%s' "$record" >> "$log"
