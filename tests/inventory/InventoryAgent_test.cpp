@@ -189,6 +189,21 @@ TEST_F(Inventory, BootOrderThroughTheLibrary)
     }
 }
 
+TEST_F(Inventory, EmptyHostGivesEmptyLists)
+{
+    // No records at all: every list is its frame only, and nothing is cached
+    // (records added later show without a version change).
+    h.root().writeFile("/var/smbios/host.json", R"({"version": 4})");
+    EXPECT_EQ(
+        "<root><DIMMList></DIMMList><ProcessorList></ProcessorList><PCIeAdapterList></PCIeAdapterList>"
+        "<LOMMacAddressList></LOMMacAddressList><DIMMSummary></DIMMSummary><DIMMList></DIMMList>"
+        "<status>ok</status>\n</root>\n",
+        h.request("get=inventoryMemory,inventoryCPU,inventoryPCI,lomMacAddressList,inventoryMemorySummary,"
+                  "inventoryMemoryDetail"));
+    h.root().writeFile("/var/smbios/host.json", R"({"version": 4, "dimms": [{"name": "DIMM_B2"}]})");
+    EXPECT_NE(std::string::npos, h.request("get=inventoryMemoryDetail").find("<id>4</id>\n<Name>DIMM_B2</Name>"));
+}
+
 TEST_F(Inventory, CacheFollowsTheDataVersion)
 {
     std::string first = h.request("get=inventoryMemory");
