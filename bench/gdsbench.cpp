@@ -565,6 +565,10 @@ void usage(FILE* out)
 
 }  // namespace
 
+// bench/inventory_cases.cpp
+void runInventoryCases(const std::string& binDir, const std::string& libDir, const std::string& sourceDir,
+                       const std::string& buildDir);
+
 int main(int argc, char** argv)
 {
     double seconds = 2.0;
@@ -708,5 +712,8 @@ int main(int argc, char** argv)
     }
     server.stop();
     echo.stop();
+    if (!echoOnly) {
+        runInventoryCases(exeDir(), exeDir() + "/../lib", GDS_SOURCE_DIR, GDS_BINARY_DIR);
+    }
     return 0;
 }
