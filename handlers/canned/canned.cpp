@@ -33,6 +33,7 @@
 // under the platform root, for `make run` to print.
 #include <dlfcn.h>
 #include <sys/stat.h>
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -44,6 +45,7 @@
 #include <vector>
 
 #include "AUtil.h"
+#include "CannedNames.h"
 #include "CommandLine.h"
 #include "ConfigFile.h"
 #include "ConnectionHandler.h"
@@ -63,7 +65,6 @@ namespace {
 
 const char kEntryPoint[] = "canned_init";
 const char kNamesKey[] = "names";
-const char kDefaultItem[] = "default";
 const char kOfferDir[] = "/var/canned";
 const char kOfferFile[] = "/var/canned/agents";
 
@@ -164,41 +165,29 @@ private:
             if (!after || dynamic_cast<CannedFactory*>(factory) != nullptr) {
                 continue;
             }
-            DataHandler* probe = factory->createDataHandler(connection);
-            if (probe != nullptr) {
-                collect(*probe, "handler library", servedBy, offers);
-                delete probe;
+            // A library's failure must not take the accept loop with it.
+            try {
+                DataHandler* probe = factory->createDataHandler(connection);
+                if (probe != nullptr) {
+                    collect(*probe, "handler library", servedBy, offers);
+                    delete probe;
+                }
+            } catch (...) {
+                printf(" canned: a handler library failed to make a handler; its names are not known\n");
             }
         }
 
-        std::set<std::string> chosen;
-        auto addDefault = [&]() {
-            for (const std::string& name : FakeDataAgent::knownNames()) {
-                if (servedBy.count(name) == 0 && mapped.count(name) == 0) {
-                    chosen.insert(name);
-                }
-            }
-        };
-        if (!m_listed) {
-            addDefault();
-        }
-        for (const std::string& item : m_items) {
-            if (item == kDefaultItem) {
-                addDefault();
-            } else if (item[0] == '-') {
-                chosen.erase(item.substr(1));
-            } else if (servedBy.count(item) != 0) {
-                printf(" canned: \"%s\" in section [%s] is served by %s; left to it\n", item.c_str(), m_section.c_str(),
-                       servedBy[item].c_str());
-            } else {
-                chosen.insert(item);
-            }
+        std::vector<std::string> refused;
+        m_names = CannedNames::choose(m_listed, m_items, servedBy, mapped, refused);
+        for (const std::string& name : refused) {
+            printf(" canned: \"%s\" in section [%s] is served by %s; left to it\n", name.c_str(), m_section.c_str(),
+                   servedBy[name].c_str());
         }
         size_t toAgents = 0;
         size_t toMap = 0;
         for (const std::string& name : FakeDataAgent::knownNames()) {
-            if (chosen.count(name) != 0) {
-                m_names.push_back(name);
+            if (std::find(m_names.begin(), m_names.end(), name) != m_names.end()) {
+                continue;
             } else if (servedBy.count(name) != 0) {
                 ++toAgents;
             } else if (mapped.count(name) != 0) {
@@ -342,32 +331,6 @@ bool readNames(const std::string& path, const std::string& section, std::string&
     return found;
 }
 
-// Splits a names list at commas and blanks, keeping the known items and
-// reporting the others.
-std::vector<std::string> parseItems(const std::string& text, const std::string& section)
-{
-    std::vector<std::string> items;
-    std::string word;
-    for (size_t i = 0; i <= text.size(); ++i) {
-        char c = i < text.size() ? text[i] : ',';
-        if (c != ',' && c != ' ' && c != '\t' && c != '\r') {
-            word += c;
-            continue;
-        }
-        if (word.empty()) {
-            continue;
-        }
-        std::string name = word[0] == '-' ? word.substr(1) : word;
-        if (word == kDefaultItem || FakeDataAgent::isKnown(name)) {
-            items.push_back(word);
-        } else {
-            printf(" canned: \"%s\" in section [%s] is not a canned name; ignored\n", word.c_str(), section.c_str());
-        }
-        word.clear();
-    }
-    return items;
-}
-
 }  // namespace
 
 extern "C" int canned_init(ConnectionManager* manager)
@@ -381,7 +344,12 @@ extern "C" int canned_init(ConnectionManager* manager)
     std::string section = ownSection(*manager);
     std::string value;
     bool listed = readNames(configFilePath(), section, value);
-    factory.configure(section, listed, listed ? parseItems(value, section) : std::vector<std::string>());
+    std::vector<std::string> unknown;
+    std::vector<std::string> items = CannedNames::parseList(value, unknown);
+    for (const std::string& item : unknown) {
+        printf(" canned: \"%s\" in section [%s] is not a canned name; ignored\n", item.c_str(), section.c_str());
+    }
+    factory.configure(section, listed, items);
     manager->addDataHandlerFactory(&factory);
     fflush(stdout);
     return 0;
