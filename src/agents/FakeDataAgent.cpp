@@ -23,6 +23,9 @@ const char kIpAddress[] = "192.0.2.10";               // net_ipv4_address
 const char kNetMask[] = "255.255.255.0";              // net_ipv4_netmask
 const char kGateway[] = "192.0.2.1";                  // net_ipv4_gateway
 const char kDns1[] = "192.0.2.53";                    // net_dns1
+// As the simulated SMBIOS host (/var/smbios/host.json) describes it.
+const char kSystemUuid[] = "4C4C4544-0042-3510-8052-B3C04F4B3132";
+const char kCpuModel[] = "Intel(R) Xeon(R) Gold 6248 CPU @ 2.50GHz";
 
 // One-line fragments: name, indent (blanks), value.
 struct Single {
@@ -40,7 +43,7 @@ const Single kSingles[] = {
     {"currentTime", 3, "Fri Mar  1 10:15:00 2024"},
     {"fwVersion", 3, kFirmware},
     {"fwUpdated", 3, "Thu Feb 29 18:30:00 2024"},
-    {"UUID", 3, "5a1c0000-0000-4000-8000-53494d303031"},
+    {"UUID", 3, kSystemUuid},
     {"snmpCommunity", 4, "public"},
     {"snmpTrapDest1Ena", 4, "1"},
     {"snmpTrapDest2Ena", 4, "0"},
@@ -103,13 +106,13 @@ struct Sensor {
     const char* lower;
     const char* upper;
 };
-const Sensor kPowerSensors[] = {{"PSU1_PIN", "Normal", "240", "Watts", "0", "900"},
-                                {"PSU2_PIN", "Normal", "236", "Watts", "0", "900"}};
+const Sensor kPowerSensors[] = {{"PSU1_PIN", "Normal", "126", "Watts", "0", "900"},
+                                {"PSU2_PIN", "Normal", "124", "Watts", "0", "900"}};
 const Sensor kFanSensors[] = {{"FAN1_SPEED", "Normal", "5000", "RPM", "600", "N/A"},
                               {"FAN2_SPEED", "Normal", "5100", "RPM", "600", "N/A"}};
 const Sensor kVoltageSensors[] = {{"P12V", "Normal", "12.10", "Volts", "10.80", "13.20"},
                                   {"P3V3", "Normal", "3.31", "Volts", "2.97", "3.63"}};
-const Sensor kTemperatureSensors[] = {{"AMBIENT_TEMP", "Normal", "23", "degrees C", "N/A", "45"},
+const Sensor kTemperatureSensors[] = {{"AMBIENT_TEMP", "Normal", "22", "degrees C", "N/A", "45"},
                                       {"CPU1_TEMP", "Normal", "45", "degrees C", "N/A", "95"}};
 
 typedef std::vector<std::string> Lines;
@@ -196,17 +199,10 @@ Table buildTable()
         f[s.name] = {std::string(static_cast<size_t>(s.indent), ' ') + "<" + s.name + ">" + s.value + "</" + s.name +
                      ">"};
     }
-    f["inventoryCPU"] = list("CPUList", "CPU",
-                             {{{"Name", "CPU 1"},
-                               {"Model", "Simulated Processor @ 2.40GHz"},
-                               {"Cores", "8"},
-                               {"Speed", "2400"},
-                               {"Status", "Enabled"}},
-                              {{"Name", "CPU 2"},
-                               {"Model", "Simulated Processor @ 2.40GHz"},
-                               {"Cores", "8"},
-                               {"Speed", "2400"},
-                               {"Status", "Enabled"}}});
+    f["inventoryCPU"] =
+        list("CPUList", "CPU",
+             {{{"Name", "CPU 1"}, {"Model", kCpuModel}, {"Cores", "20"}, {"Speed", "2500"}, {"Status", "Enabled"}},
+              {{"Name", "CPU 2"}, {"Model", kCpuModel}, {"Cores", "20"}, {"Speed", "2500"}, {"Status", "Enabled"}}});
     f["inventoryMemory"] =
         list("DIMMList", "DIMM",
              {{{"Name", "DIMM 1"}, {"Capacity", "2048"}, {"Speed", "1066"}, {"MemoryType", "DDR-3 RAM"}},
