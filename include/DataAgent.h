@@ -7,6 +7,7 @@
 
 #include <netinet/in.h>
 
+#include <atomic>
 #include <cstdio>
 #include <string>
 
@@ -143,10 +144,12 @@ public:
 
     // The platform this controller sits in, read from "/etc/product" (and the
     // chassis and riser pins) on first demand and cached; an unknown product
-    // is looked up again at the next call.
+    // is looked up again at the next call. Any thread: the cache is atomic
+    // (every thread that fills it stores the same value, but unsynchronised
+    // stores would still be a data race).
     static PLATFORM getPlatform();
     // Forgets the cached platform (tests switch platform roots).
-    static void resetPlatformCache() { platform_ = 0; }
+    static void resetPlatformCache() { platform_.store(0); }
 
 protected:
     const char* m_name;
@@ -156,5 +159,5 @@ protected:
     char* m_backendText;
 
 private:
-    static int platform_;
+    static std::atomic<int> platform_;
 };

@@ -2,7 +2,10 @@
 # Seeds a fresh simulated controller root from sim/root (plus the overlay
 # sim/platforms/$PLATFORM when that platform has one) and runs the data
 # server in the foreground on it. Usage: run-sim.sh BUILD_DIR ROOT_DIR
-# Environment: PLATFORM (default dravon), and the server's own variables.
+# Environment: PLATFORM (default dravon), GDS_EMULATOR (runs the server
+# through it, e.g. qemu-arm for the armhf build), GDS_CLIENT_BIN (folder of
+# the gdsctl to suggest; default the build's own), and the server's own
+# variables.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-build}" && pwd)
@@ -34,12 +37,17 @@ fi
 legacy=${DATA_SERVER_PORT:-8195}
 nxtgen=${GDS_NXTGEN_PORT:-8197}
 echo "Simulated controller root: $GDS_ROOT (platform $platform)"
+# The client runs natively, also when the server is an armhf build.
+client=${GDS_CLIENT_BIN:-$build/bin}
 cd "$root"
 
 # The server runs as a child so that, once it listens, the table below can be
 # printed; Ctrl-C (which a background child of a script ignores) is passed
 # on as SIGTERM.
-"$build/bin/gds" -configfile "$root/etc/dataserver.conf" &
+# GDS_EMULATOR (make run-arm) is split into words on purpose: an emulator
+# and its options.
+# shellcheck disable=SC2086
+${GDS_EMULATOR:-} "$build/bin/gds" -configfile "$root/etc/dataserver.conf" &
 gds_pid=$!
 trap 'kill -TERM "$gds_pid" 2>/dev/null' INT TERM
 
@@ -69,12 +77,12 @@ print_offer() {
   else
     echo "  (no agent list: the canned library is not in etc/dataserver.conf)"
   fi
-  echo "Try: $build/bin/gdsctl -p $legacy 'get=hostname,sshPort,fans'    (Ctrl-C stops the server)"
+  echo "Try: $client/gdsctl -p $legacy 'get=hostname,sshPort,fans'    (Ctrl-C stops the server)"
 }
 
 ready=0
 for i in $(seq 1 200); do
-  if "$build/bin/gdsctl" -p "$legacy" 'get=' >/dev/null 2>&1; then
+  if "$client/gdsctl" -p "$legacy" 'get=' >/dev/null 2>&1; then
     ready=1
     break
   fi

@@ -19,7 +19,7 @@
 #include "RequestToken.h"
 #include "clean_spawn.h"
 
-int DataAgent::platform_ = 0;
+std::atomic<int> DataAgent::platform_{0};
 
 DataAgent::DataAgent(const char* name, DataHandler& handler)
     : m_name(name), m_dataHandler(&handler), m_log(name), m_status(1), m_backendText(nullptr)
@@ -56,8 +56,9 @@ std::string firstWord(const char* controllerPath, bool* opened = nullptr)
 
 PLATFORM DataAgent::getPlatform()
 {
-    if (platform_ != 0) {
-        return static_cast<PLATFORM>(platform_);
+    int cached = platform_.load();
+    if (cached != 0) {
+        return static_cast<PLATFORM>(cached);
     }
     static const struct {
         const char* product;
@@ -93,8 +94,8 @@ PLATFORM DataAgent::getPlatform()
             found = PLATFORM_RUSKEL_RISER;
         }
     }
-    platform_ = found;
-    return static_cast<PLATFORM>(platform_);
+    platform_.store(found);
+    return static_cast<PLATFORM>(found);
 }
 
 namespace {

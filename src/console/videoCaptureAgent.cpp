@@ -340,7 +340,8 @@ int videoCaptureAgent::sendAimEvent(const char* event)
 {
     char data[128];
     memset(data, 0, sizeof data);
-    snprintf(data, sizeof data, "vexil_data_%ld", static_cast<long>(time(nullptr)));
+    // long long: time_t is 64 bits on the 32-bit controller, long is not.
+    snprintf(data, sizeof data, "vexil_data_%lld", static_cast<long long>(time(nullptr)));
     if (!aim_event_type_occurred(kEventKind, event, static_cast<int>(strlen(data)), data)) {
         printf("\nevent %s could not be generated\n", event);
         return 1;

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "GdsProcess.h"
+#include "ProjectBinary.h"
 #include "TestRoot.h"
 #include "aim_config.h"
 
@@ -23,7 +24,8 @@ std::string property(const char* name)
 
 bool waitFor(const std::function<bool()>& done)
 {
-    for (int i = 0; i < 150 && !done(); ++i) {
+    // 15 seconds, longer for slow builds (sanitizers, the emulator).
+    for (int i = 0; i < 150 * ProjectBinary::slowdown() && !done(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     return done();
@@ -39,7 +41,7 @@ TEST(BiosTokens, GathererFollowsTheSimulatedBios)
     EXPECT_TRUE(root.exists("/tmp/BiosTokens/advanced/cmd/validvalues"));
     // The BIOS writes a new document; the next poll applies it.
     root.writeFile("/doc.xml", "<?xml version='1.0' ?><bios-params><CPUPerformance value='Custom' /></bios-params>");
-    ASSERT_EQ(0, system(("GDS_ROOT='" + root.dir() + "' '" + TestRoot::binDir() + "/biossim' write - < '" +
+    ASSERT_EQ(0, system(("GDS_ROOT='" + root.dir() + "' " + ProjectBinary::command("biossim") + " write - < '" +
                          root.path("/doc.xml") + "' >/dev/null")
                             .c_str()));
     EXPECT_TRUE(waitFor([] { return property("CPUPerformance") == "Custom"; })) << gds.output();

@@ -14,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "ProjectBinary.h"
 #include "TestRoot.h"
 
 namespace {
@@ -60,7 +61,8 @@ std::string GdsProcess::output() const
 
 pid_t GdsProcess::spawn(const std::vector<std::string>& args)
 {
-    std::string bin = TestRoot::binDir() + "/gds";
+    // Through the emulator when the build is for another architecture.
+    std::vector<std::string> words = ProjectBinary::argv("gds");
     std::string out = m_root.path("/gds.out");
     std::vector<std::string> env = m_env;
     env.push_back("GDS_ROOT=" + m_root.dir());
@@ -79,12 +81,14 @@ pid_t GdsProcess::spawn(const std::vector<std::string>& args)
             putenv(strdup(e.c_str()));
         }
         std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(bin.c_str()));
+        for (const std::string& w : words) {
+            argv.push_back(const_cast<char*>(w.c_str()));
+        }
         for (const std::string& a : args) {
             argv.push_back(const_cast<char*>(a.c_str()));
         }
         argv.push_back(nullptr);
-        execv(bin.c_str(), argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
     return pid;
@@ -132,7 +136,8 @@ bool GdsProcess::start()
         m_env.push_back("GDS_NXTGEN_PORT=" + std::to_string(m_nxtGenPort));
         m_pid = spawn(args);
         m_env.pop_back();
-        if (waitForPort(m_legacyPort, 20000) && waitForPort(m_nxtGenPort, 5000)) {
+        int slow = ProjectBinary::slowdown();
+        if (waitForPort(m_legacyPort, 20000 * slow) && waitForPort(m_nxtGenPort, 5000 * slow)) {
             return true;
         }
         stop();
@@ -143,7 +148,7 @@ bool GdsProcess::start()
 int GdsProcess::runToExit(const std::vector<std::string>& args, int timeoutMs)
 {
     pid_t pid = spawn(args);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs) * ProjectBinary::slowdown();
     while (std::chrono::steady_clock::now() < deadline) {
         int status = 0;
         pid_t r = waitpid(pid, &status, WNOHANG);

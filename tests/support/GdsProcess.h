@@ -1,6 +1,7 @@
 // GdsProcess: runs the real build/bin/gds on a TestRoot for end-to-end tests:
 // free loopback ports, its own configuration file, output captured in files
-// of the root. One per test, used from the test's main thread. stop() (or
+// of the root. Started through ProjectBinary (the emulator of a cross
+// build). One per test, used from the test's main thread. stop() (or
 // the destructor) kills the server and reaps it.
 #pragma once
 
@@ -32,11 +33,15 @@ public:
     bool start();
     // Runs the server with exactly `args` (no port or config options added)
     // and waits for it to exit; returns the exit status, or -1 after
-    // `timeoutMs` (the process is then killed).
+    // `timeoutMs` times ProjectBinary::slowdown() (the process is then
+    // killed).
     int runToExit(const std::vector<std::string>& args, int timeoutMs = 10000);
     void stop();
     bool isRunning();
 
+    // The started process (the emulator's process under an emulator); -1
+    // when none runs.
+    pid_t pid() const { return m_pid; }
     int legacyPort() const { return m_legacyPort; }
     int nxtGenPort() const { return m_nxtGenPort; }
     std::string output() const;  // what the server printed (stdout and stderr)

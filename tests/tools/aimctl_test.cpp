@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "AIMClient.h"
+#include "ProjectBinary.h"
 #include "TestRoot.h"
 #include "aim_config.h"
 
@@ -14,7 +15,7 @@ namespace {
 // Runs aimctl with `args` (single-quoted: none holds a quote), stdin from `input`: its exit status and stdout.
 std::pair<int, std::string> aimctl(const std::vector<std::string>& args, const std::string& input = "/dev/null")
 {
-    std::string line = TestRoot::binDir() + "/aimctl", text;
+    std::string line = ProjectBinary::command("aimctl"), text;
     for (const std::string& a : args) {
         line += " '" + a + "'";
     }

@@ -16,8 +16,8 @@ bool AThread::start()
     }
     pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
     size_t stack = kStackSize;
-#if defined(__SANITIZE_ADDRESS__)
-    stack *= 4;  // sanitizer red zones make frames several times larger
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    stack *= 4;  // sanitizer red zones and shadow calls make frames several times larger
 #endif
     pthread_attr_setstacksize(&attr, stack);
     pthread_t tid;

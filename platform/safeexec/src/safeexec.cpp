@@ -90,7 +90,8 @@ void record(const std::string& kind, const std::string& what)
     timeval now;
     gettimeofday(&now, nullptr);
     char head[64];
-    snprintf(head, sizeof head, "%ld.%06ld ", static_cast<long>(now.tv_sec), static_cast<long>(now.tv_usec));
+    // long long: time_t is 64 bits on the 32-bit controller, long is not.
+    snprintf(head, sizeof head, "%lld.%06ld ", static_cast<long long>(now.tv_sec), static_cast<long>(now.tv_usec));
     std::string line = head + kind + " " + what + "\n";
     if (flock(fd, LOCK_EX) == 0) {
         ssize_t ignored = write(fd, line.data(), line.size());

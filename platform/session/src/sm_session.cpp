@@ -142,8 +142,9 @@ extern "C" int sm_session_get_temp_credentials(int kind, char* user, char* passw
     timeval now;
     gettimeofday(&now, nullptr);
     char head[96];
-    snprintf(head, sizeof head, "%ld.%06ld %d %d %d ", static_cast<long>(now.tv_sec), static_cast<long>(now.tv_usec),
-             kind, aim_session_id, aim_user_priv);
+    // long long: time_t is 64 bits on the 32-bit controller, long is not.
+    snprintf(head, sizeof head, "%lld.%06ld %d %d %d ", static_cast<long long>(now.tv_sec),
+             static_cast<long>(now.tv_usec), kind, aim_session_id, aim_user_priv);
     if ((err = record(head + userText + " " + passwordText + "\n")) != 0) {
         return err;
     }
