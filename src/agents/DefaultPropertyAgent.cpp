@@ -11,6 +11,7 @@
 #include "NumberFormatException.h"
 #include "PlatformRoot.h"
 #include "SecurityException.h"
+#include "gds_number.h"
 
 DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* name) : DataAgent(name, handler)
 {
@@ -129,7 +130,10 @@ bool DefaultPropertyAgent::getAimName(std::string& name, std::string& aimName)
 {
     auto it = m_propertyTable.find(name);
     if (it == m_propertyTable.end()) {
-        printf("DefaultPropertyAgent::getAimName::Property not found: \"%s\"\n", name.c_str());
+        if (ALog::takeItemLine()) {
+            printf("DefaultPropertyAgent::getAimName::Property not found: \"%s\"\n",
+                   ALog::escapeControls(name.c_str(), false).c_str());
+        }
         aimName.clear();
         m_status = 2;
         return true;
@@ -145,7 +149,7 @@ int DefaultPropertyAgent::preProcessGet(std::string& name, std::string& extra)
     auto it = m_propertyTable.find(name);
     if (it != m_propertyTable.end()) {
         m_requestList.push_back(it->second);
-    } else {
+    } else if (ALog::takeItemLine()) {  // one request cannot flood the log
         m_log.logInfo(" DefaultPropertyAgent::Property not found: \"%s\"\n", name.c_str());
     }
     return 1;
@@ -158,7 +162,9 @@ int DefaultPropertyAgent::processGet()
     AIMClient& client = aim();
     char buffer[1024];
     for (PropertyInfo* info : m_requestList) {
-        printf(" name(%s), type(%i)\n", info->aimName.c_str(), info->type);
+        if (ALog::takeItemLine()) {
+            printf(" name(%s), type(%i)\n", ALog::escapeControls(info->aimName.c_str(), false).c_str(), info->type);
+        }
         const char* aimName = info->aimName.c_str();
         switch (info->type) {
             case PropertyInfo::INT: {
@@ -264,10 +270,10 @@ int DefaultPropertyAgent::processSet()
             }
             if (!info->minValue.empty() || !info->maxValue.empty()) {
                 // An empty bound reads as 0; a bound holding "*" is no bound.
-                bool tooHigh =
-                    info->maxValue.find('*') == std::string::npos && n > strtol(info->maxValue.c_str(), nullptr, 0);
-                bool tooLow =
-                    info->minValue.find('*') == std::string::npos && n < strtol(info->minValue.c_str(), nullptr, 0);
+                bool tooHigh = info->maxValue.find('*') == std::string::npos &&
+                               n > gds_strtol32(info->maxValue.c_str(), nullptr, 0);
+                bool tooLow = info->minValue.find('*') == std::string::npos &&
+                              n < gds_strtol32(info->minValue.c_str(), nullptr, 0);
                 if (tooHigh || tooLow) {
                     m_status = 2;
                     info->stored = false;

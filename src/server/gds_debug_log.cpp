@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "ALog.h"
 #include "PlatformRoot.h"
 
 namespace {
@@ -53,7 +54,11 @@ extern "C" void gds_debug_log(int level, const char* format, ...)
     if (kind == nullptr) {
         return;
     }
-    // fprintf locks the stream, so lines of different threads never mix.
-    fprintf(stream, "(%d)[%s] %s: %s", static_cast<int>(getpid()), stamp, kind, message);
+    // A request text is part of the message: its line ends and other
+    // control characters are escaped, so one call writes one line and a
+    // client cannot forge an audit line. fprintf locks the stream, so lines
+    // of different threads never mix.
+    const std::string text = ALog::escapeControls(message, true);
+    fprintf(stream, "(%d)[%s] %s: %s", static_cast<int>(getpid()), stamp, kind, text.c_str());
     fflush(stream);
 }
