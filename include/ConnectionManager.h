@@ -98,4 +98,7 @@ private:
     int m_maxConnections;
     std::mutex m_connMutex;
     std::map<const void*, ConnectionSlot> m_connections;
+    // Connections open at the most since memory was last handed back.
+    size_t m_peakSinceTrim = 0;
+    static const size_t kTrimAfterBurst = 16;
 };

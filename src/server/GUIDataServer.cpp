@@ -211,6 +211,7 @@ void GUIDataServer::start()
     }
     TLOG(2, " Starting to listen for connections.\n");
     m_log.logInfo(" Starting to listen for connections.\n");
+    m_log.flush();
     m_connectionManager->acceptConnections();
 }
 

@@ -204,6 +204,7 @@ void ConnectionHandler::run()
                 }
                 m_manager.connectionBusy(this, false);
                 m_log.logTrace("ConnectionHandler::run: Completed processing of request %i\n", requestCount);
+                m_log.flush();  // the request's log lines leave together
                 if (m_socket.getWriteError() != 0) {
                     m_log.logWarning(
                         "ConnectionHandler: the reply to request %i could not be written (%s), "
@@ -225,6 +226,7 @@ void ConnectionHandler::run()
         m_log.logError("ConnectionHandler: unexpected failure, closing the connection.\n");
     }
     closeSocket();
+    m_log.flush();
     delete this;  // nothing touches the handler after this
 }
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/select.h>
@@ -105,6 +106,9 @@ void ConnectionManager::connectionStarted(const void* handler, int fd)
 {
     std::lock_guard<std::mutex> lock(m_connMutex);
     m_connections[handler] = ConnectionSlot{fd, monotonicMs(), false, false};
+    if (m_connections.size() > m_peakSinceTrim) {
+        m_peakSinceTrim = m_connections.size();
+    }
 }
 
 void ConnectionManager::connectionBusy(const void* handler, bool busy)
@@ -132,8 +136,21 @@ void ConnectionManager::connectionClosing(const void* handler)
 
 void ConnectionManager::connectionEnded(const void* handler)
 {
-    std::lock_guard<std::mutex> lock(m_connMutex);
-    m_connections.erase(handler);
+    bool trim = false;
+    {
+        std::lock_guard<std::mutex> lock(m_connMutex);
+        m_connections.erase(handler);
+        // After a burst has mostly closed, the memory of its connections
+        // goes back to the system (the controller's memory is small, and
+        // free() alone keeps it in the process).
+        if (m_peakSinceTrim >= kTrimAfterBurst && m_connections.size() <= m_peakSinceTrim / 4) {
+            m_peakSinceTrim = m_connections.size();
+            trim = true;
+        }
+    }
+    if (trim) {
+        malloc_trim(0);
+    }
 }
 
 int ConnectionManager::openConnections()

@@ -1,6 +1,9 @@
 // ALog: a named log sink writing lines to a file and/or the console.
 // Thread-safe: many component logs on many threads write through one ALog;
-// each line is written and flushed under the log's mutex. The ALog does not
+// each line is written under the log's mutex. Errors and warnings are
+// flushed at once; information and trace lines wait for flush(), which the
+// connection handler calls once per request (one write instead of one per
+// line). The ALog does not
 // own the FILE* it is given (the process keeps its log file open for life).
 #pragma once
 

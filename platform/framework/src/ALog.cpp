@@ -178,11 +178,15 @@ void ALog::write(int level, const char* component, const char* message)
     std::lock_guard<std::mutex> lock(m_mutex);
     if (m_file != nullptr) {
         fprintf(m_file, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, text.c_str(), eol);
-        fflush(m_file);
+        if (level <= kWarning) {
+            fflush(m_file);
+        }
     }
     if (m_echo) {
         fprintf(stdout, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, text.c_str(), eol);
-        fflush(stdout);
+        if (level <= kWarning) {
+            fflush(stdout);
+        }
     }
 }
 
