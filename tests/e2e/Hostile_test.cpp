@@ -119,10 +119,19 @@ protected:
     {
         ask("get=");
         ask("get=", true);
-        waitFor([&] { return threadCount(gds.pid()) == threadCount(gds.pid()); }, 1);
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        threads = threadCount(gds.pid());
-        fds = descriptorCount(gds.pid());
+        // Settled: the same counts twice, 300 ms apart (the threads of the
+        // two requests above end shortly after their replies).
+        threads = -1;
+        for (int i = 0; i < 20; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            int t = threadCount(gds.pid());
+            int f = descriptorCount(gds.pid());
+            if (t == threads && f == fds) {
+                break;
+            }
+            threads = t;
+            fds = f;
+        }
     }
 
     TestRoot root{true};
@@ -147,7 +156,7 @@ TEST_F(Hostile, StalledHalfFramesAreClosedAtTheDeadline)
     }
     EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) > threads + 100; }, 10));
     // Deadline 2 s, plus a generous margin for a loaded machine.
-    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) == threads && descriptorCount(gds.pid()) == fds; }, 20))
+    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) <= threads && descriptorCount(gds.pid()) <= fds; }, 20))
         << threadCount(gds.pid()) << " threads, " << descriptorCount(gds.pid()) << " descriptors";
     int open = 0;
     for (int fd : clients) {
@@ -182,7 +191,7 @@ TEST_F(Hostile, PeerThatNeverReadsIsClosed)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     }
-    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) == threads; }, 20)) << threadCount(gds.pid());
+    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) <= threads; }, 20)) << threadCount(gds.pid());
     EXPECT_NE(std::string::npos, gds.output().find("could not be written")) << gds.output().substr(0, 2000);
     close(fd);
     EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
@@ -227,9 +236,8 @@ TEST_F(Hostile, RequestsCannotForgeOrFloodLogLines)
     EXPECT_NE(std::string::npos, audit.find("get=hostname\\n(1)")) << audit;
 
     // 8,088 empty items: the log gets a bounded number of lines for them.
-    size_t before = std::count(gds.output().begin(), gds.output().end(), '\n');
     std::string output = gds.output();
-    before = std::count(output.begin(), output.end(), '\n');
+    size_t before = std::count(output.begin(), output.end(), '\n');
     ask("get=" + std::string(8088, ','));
     ask("set=" + std::string(4000, ',') + "\x01:1");
     EXPECT_TRUE(waitFor([&] { return gds.output().find("more log lines for the items") != std::string::npos; }, 5));
