@@ -26,6 +26,9 @@ public:
     // with a warning) and takes ownership of it.
     void addAgent(const char* name, DataAgent* agent);
     DataAgent* getDataAgentFor(std::string& name);
+    // Every registered name with its agent (read-only), for tools that list
+    // what a connection serves.
+    const std::map<std::string, DataAgent*>& getAgentMap() const { return m_agentMap; }
     void addPropertyMap(std::string& name, std::string& aimName);
     std::string getAIMPropertyFor(std::string& name);
     ConnectionHandler* getConnectionHandler() { return m_connection; }

@@ -24,8 +24,63 @@ fi
 sed "s|@GDS_LIB_DIR@|$build/lib|g" "$here/sim/dataserver.conf.in" > "$root/etc/dataserver.conf"
 
 export GDS_ROOT="$root"
+legacy=${DATA_SERVER_PORT:-8195}
+nxtgen=${GDS_NXTGEN_PORT:-8197}
 echo "Simulated controller root: $GDS_ROOT (platform $platform)"
-echo "Legacy port ${DATA_SERVER_PORT:-8195}, next-generation port ${GDS_NXTGEN_PORT:-8197} on 127.0.0.1"
-echo "Try: $build/bin/gdsctl 'get=hostname,sshPort'    (Ctrl-C stops the server)"
 cd "$root"
-exec "$build/bin/gds" -configfile "$root/etc/dataserver.conf"
+
+# The server runs as a child so that, once it listens, the table below can be
+# printed; Ctrl-C (which a background child of a script ignores) is passed
+# on as SIGTERM.
+"$build/bin/gds" -configfile "$root/etc/dataserver.conf" &
+gds_pid=$!
+trap 'kill -TERM "$gds_pid" 2>/dev/null' INT TERM
+
+# Prints what the simulated controller offers. The canned library writes the
+# agent list (var/canned/agents: agent, names, source, in the order the server
+# asks them) at the first connection, which the readiness probe makes.
+print_offer() {
+  local offer="$root/var/canned/agents" i
+  for i in $(seq 1 50); do
+    [ -f "$offer" ] && break
+    sleep 0.1
+  done
+  echo
+  echo "Simulated controller listening on 127.0.0.1:$legacy (legacy) and 127.0.0.1:$nxtgen"
+  printf '  %-28s %s\n' "Platform" "$platform (/etc/product: $(cat "$root/etc/product" 2>/dev/null))"
+  printf '  %-28s %s\n' "Host described by" "$root/usr/local/etc/appweb/default.properties (start-up values)"
+  printf '  %-28s %s\n' "" "$root/var/aim/props/ (live property values; build/bin/aimctl)"
+  if [ -f "$root/var/smbios/host.json" ]; then
+    printf '  %-28s %s\n' "" "$root/var/smbios/host.json (SMBIOS host description)"
+  fi
+  if [ -f "$offer" ]; then
+    echo "  Agents, in the order a name is looked up:"
+    printf '    %-26s %5s  %s\n' "Agent" "Names" "From"
+    while IFS=$'\t' read -r agent names source; do
+      printf '    %-26s %5s  %s\n' "$agent" "$names" "$source"
+    done < "$offer"
+  else
+    echo "  (no agent list: the canned library is not in etc/dataserver.conf)"
+  fi
+  echo "Try: $build/bin/gdsctl -p $legacy 'get=hostname,sshPort,fans'    (Ctrl-C stops the server)"
+}
+
+ready=0
+for i in $(seq 1 200); do
+  if "$build/bin/gdsctl" -p "$legacy" 'get=' >/dev/null 2>&1; then
+    ready=1
+    break
+  fi
+  kill -0 "$gds_pid" 2>/dev/null || break
+  sleep 0.1
+done
+[ "$ready" = 1 ] && print_offer
+
+set +e
+wait "$gds_pid"
+rc=$?
+while kill -0 "$gds_pid" 2>/dev/null; do
+  wait "$gds_pid"
+  rc=$?
+done
+exit "$rc"
