@@ -48,12 +48,13 @@ TEST(LogLines, ControlCharactersAreEscapedInEverySink)
         AComponentLog component("C");
         component.setBaseLog(log);
         component.logInfo("name %s\n", "a\nb");
+        component.logInfo("\nlead %s", "\nx\ny");  // the format's own opening line end stays
     }
     fclose(f);
     EXPECT_EQ(1, lines(root.readFile("/var/log/gds.log"))) << root.readFile("/var/log/gds.log");
     EXPECT_NE(std::string::npos, root.readFile("/var/log/gds.log").find("web\\n => get=a\\n(1)"));
     EXPECT_EQ(1, lines(root.readFile("/var/log/tlog"))) << root.readFile("/var/log/tlog");
-    EXPECT_EQ("L INFO C: name a\\nb\n", root.readFile("/var/log/component.log"));
+    EXPECT_EQ("L INFO C: name a\\nb\nL INFO C: \nlead \\nx\\ny\n", root.readFile("/var/log/component.log"));
 }
 
 TEST(LogLines, ItemLinesOfOneRequestAreBounded)

@@ -64,6 +64,10 @@ public:
     static int endItemLines();
 
 private:
+    // write(), keeping up to `keepLeadingLineEnds` line ends that open the
+    // message (those of a format) as they are.
+    void writeLine(int level, const char* component, const char* message, size_t keepLeadingLineEnds);
+
     std::string m_name;
     FILE* m_file;
     bool m_echo = false;

@@ -1,6 +1,7 @@
 #include "ALog.h"
 
 #include <sys/time.h>
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -146,16 +147,25 @@ void ALog::vlog(int level, const char* component, const char* format, va_list ar
     if (n < 0) {
         return;
     }
+    // Line ends that open the format are the developer's layout (a blank
+    // line before a message) and stay; everything the arguments bring is
+    // escaped in write().
+    size_t lead = strspn(format, "\n");
     if (static_cast<size_t>(n) < sizeof small) {
-        write(level, component, small);
+        writeLine(level, component, small, lead);
         return;
     }
     std::vector<char> big(static_cast<size_t>(n) + 1);
     vsnprintf(big.data(), big.size(), format, args);
-    write(level, component, big.data());
+    writeLine(level, component, big.data(), lead);
 }
 
 void ALog::write(int level, const char* component, const char* message)
+{
+    writeLine(level, component, message, 0);
+}
+
+void ALog::writeLine(int level, const char* component, const char* message, size_t keepLeadingLineEnds)
 {
     if (!isEnabled(level) || message == nullptr) {
         return;
@@ -171,7 +181,8 @@ void ALog::write(int level, const char* component, const char* message)
     }
     // One message is one line: line ends and other control characters
     // inside it (a request text, a tool's output) are written as escapes.
-    const std::string text = escapeControls(message, true);
+    size_t lead = std::min(keepLeadingLineEnds, strspn(message, "\n"));
+    const std::string text = std::string(lead, '\n') + escapeControls(message + lead, true);
     const char* eol = (!text.empty() && text.back() == '\n') ? "" : "\n";
     const char* comp = component != nullptr ? component : "";
 
