@@ -47,6 +47,8 @@ public:
 
     // The map of `type`; an empty map for any other value.
     BIOSTokenMap& getTokenMap(BIOSTokenType type);
+    // Whether the BIOS schema defines a token of this name (any group).
+    bool isSchemaToken(const char* name);
 
     // Creates "/tmp/BiosTokens" with the command-line class folders and the
     // property and valid-values files of the three groups. 0, or the errno

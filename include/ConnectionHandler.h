@@ -43,6 +43,10 @@ public:
     static const int kBufferSize = 8096;  // the longest request text accepted
     static const int kUserNameSize = 128;
     static const int kInterfaceNameSize = 32;
+    // Bytes read ahead from the connection: a small frame arrives in one read.
+    static const int kInputSize = 1024;
+    // Log lines one request may write for its items (the rest are counted).
+    static const int kItemLogLines = 32;
 
     ConnectionHandler(ConnectionManager& manager, GUIDataSocket& socket, bool nxtGenPort);
     ~ConnectionHandler() override;
@@ -57,6 +61,9 @@ public:
     char* inReqLegacySrvPort();
     char* inReqNxtGenSrvPort();
     void socketReadFailed(const char* what);
+    // Closes the connection (also from the accept loop when the handler's
+    // thread could not start).
+    void closeSocket();
 
     GUIDataSocket& getSocket() { return m_socket; }
     ConnectionManager& getConnectionManager() { return m_manager; }
@@ -78,6 +85,13 @@ public:
     void parsePropertyTokens(const std::string& text, std::vector<std::string>& out);
 
 private:
+    void releaseAll();
+    // Frame reading through the read-ahead buffer. Once a frame's first byte
+    // has arrived, the rest must arrive within the manager's frame deadline.
+    // 0 on success, -1 on failure (errno ETIMEDOUT after the deadline).
+    int readFrameBytes(unsigned char* data, int length);
+    int readFrameInt(int& value);
+    void endFrame();
     // Strips trailing line ends (byte 10) from the request text.
     void trimLineEnds();
     void splitPrivilegeWord(int word);
@@ -102,4 +116,9 @@ private:
     int requestCount;
     GUIDataHandler* m_guiDataHandler;
     RequestTokenizer m_tokenizer;
+    unsigned char* m_input = nullptr;
+    int m_inputStart = 0;
+    int m_inputEnd = 0;
+    int m_frameBytes = 0;       // bytes of the current frame read so far
+    bool m_cleanClose = false;  // the peer closed between frames
 };

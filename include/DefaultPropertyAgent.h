@@ -2,11 +2,16 @@
 // agent claims, through a table read from the property map file: a get reads
 // the property-service value behind the name, a set checks the privilege
 // bits and integer bounds and writes it. One per connection (and one inside
-// each ServiceAgent); used on its connection's thread; owns its table.
+// each ServiceAgent); used on its connection's thread. The table is shared
+// read-only by all agents (sharedTable); each agent owns its request entries.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdio>
+#include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,11 +38,24 @@ public:
                           std::vector<std::string>& types, std::vector<int>& privileges,
                           std::vector<std::string>& maxValues, std::vector<std::string>& minValues);
 
-    const std::map<std::string, PropertyInfo*>& getPropertyTable() const { return m_propertyTable; }
+    typedef std::map<std::string, PropertyInfo> PropertyTable;
+    const PropertyTable& getPropertyTable() const { return *m_propertyTable; }
+
+    // The property map file's table, parsed once and shared by every agent
+    // of every connection. Each call checks with one stat whether the file
+    // changed (modification time, size, inode, name); a changed file is
+    // parsed again (its messages written through `agent`'s log) and serves
+    // the agents created from then on, while older agents keep the table
+    // they started with. Thread-safe.
+    static std::shared_ptr<const PropertyTable> sharedTable(DefaultPropertyAgent& agent);
 
 protected:
     AIMClient& aim();
+    // The request entry for `info`: a per-request copy, so that the shared
+    // table is never written.
+    PropertyInfo* queue(const PropertyInfo& info);
 
     std::vector<PropertyInfo*> m_requestList;
-    std::map<std::string, PropertyInfo*> m_propertyTable;
+    std::shared_ptr<const PropertyTable> m_propertyTable;
+    std::deque<PropertyInfo> m_requestEntries;  // what m_requestList points into
 };

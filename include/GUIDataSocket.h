@@ -47,6 +47,10 @@ public:
     // 6 * strlen(in) + 1 zeroed bytes; returns the length written.
     static int doXMLEscape(const char* in, char* out);
 
+    // The errno of the first reply write that failed (ETIMEDOUT when the
+    // peer read nothing for the send time-out); 0 while writes succeed.
+    int getWriteError() const { return m_writeError; }
+
 private:
     void sendFormatted(int needed, const char* format, ...) __attribute__((format(printf, 3, 4)));
     // One packet: header, magic and data leave in one gathered write, so a
@@ -58,6 +62,7 @@ private:
     int m_replyLength;
     char* m_scratch;
     int m_scratchCapacity;
+    int m_writeError = 0;
 };
 
 // Replaces, in place, every byte that is neither printable nor white space

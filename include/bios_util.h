@@ -3,7 +3,8 @@
 // runner. Used by the BIOS token gatherer thread; the log hook is for tests.
 #pragma once
 
-// Formats and sends one syslog message at LOG_INFO; also hands the text to
+// Formats and sends one syslog message at LOG_INFO; below a platform root
+// other than "/" also appends it to <root>/var/log/syslog; hands the text to
 // the hook when one is set.
 void bios_syslog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -1,5 +1,7 @@
 // The data server's process entry: one GUIDataServer, initialised from the
 // process arguments, then started (start() never returns).
+#include <malloc.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +15,10 @@ int main(int argc, char** argv)
     // A web server that hangs up mid-reply must not end the process: writes
     // to a closed connection fail with EPIPE instead.
     signal(SIGPIPE, SIG_IGN);
+    // Connection threads would each get a malloc arena of their own; a few
+    // shared ones keep the memory of many short connections from scattering
+    // over arenas that are never handed back.
+    mallopt(M_ARENA_MAX, 2);
     // Controller paths (and tool paths inside command lines) are placed
     // under the platform root; a root that a shell would split is refused.
     if (!PlatformRoot::isShellSafe()) {

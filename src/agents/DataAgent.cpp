@@ -18,6 +18,7 @@
 #include "PlatformRoot.h"
 #include "RequestToken.h"
 #include "clean_spawn.h"
+#include "gds_number.h"
 
 std::atomic<int> DataAgent::platform_{0};
 
@@ -111,12 +112,13 @@ RequestToken* firstArgument(TokenMap& map, const char* name, bool& absent)
     return &it->second[0];
 }
 
-// Reads a leading base-10 number as strtol does; false when nothing was read.
+// Reads a leading base-10 number as the controller's 32-bit strtol does
+// (saturating); false when nothing was read.
 bool leadingNumber(const std::string& text, long& number)
 {
     const char* start = text.c_str();
     char* end = nullptr;
-    number = strtol(start, &end, 10);
+    number = gds_strtol32(start, &end, 10);
     return end != start;
 }
 }  // namespace
@@ -230,8 +232,7 @@ int DataAgent::parseInt(const std::string& text, int& value)
             return 0;
         }
     }
-    long number = strtol(text.c_str(), nullptr, 10);  // saturates at LONG_MAX
-    value = number > 2147483647L ? 2147483647 : static_cast<int>(number);
+    value = gds_strtol32(text.c_str(), nullptr, 10);
     return 1;
 }
 
@@ -739,7 +740,7 @@ int DataAgent::ipv4_conv(char* text)
     uint32_t address = 0;
     char* save = nullptr;
     for (char* part = strtok_r(text, ".", &save); part != nullptr; part = strtok_r(nullptr, ".", &save)) {
-        address = (address << 8) + static_cast<uint32_t>(strtoul(part, nullptr, 0));
+        address = (address << 8) + gds_strtoul32(part, nullptr, 0);  // saturates like a 32-bit strtoul
     }
     return static_cast<int>(address);
 }

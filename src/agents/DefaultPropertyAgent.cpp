@@ -1,7 +1,10 @@
 #include "DefaultPropertyAgent.h"
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "AIMClient.h"
 #include "AInteger.h"
@@ -11,50 +14,118 @@
 #include "NumberFormatException.h"
 #include "PlatformRoot.h"
 #include "SecurityException.h"
+#include "gds_number.h"
 
-DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* name) : DataAgent(name, handler)
+namespace {
+// What identifies one version of the map file.
+struct MapFileKey {
+    std::string name;
+    bool present = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified = {0, 0};
+
+    bool operator==(const MapFileKey& o) const
+    {
+        return name == o.name && present == o.present && device == o.device && inode == o.inode && size == o.size &&
+               modified.tv_sec == o.modified.tv_sec && modified.tv_nsec == o.modified.tv_nsec;
+    }
+};
+
+MapFileKey keyOf(const std::string& name, const struct stat* st)
 {
-    m_log.logTrace("Initializing DefaultPropertyAgent\n");
+    MapFileKey key;
+    key.name = name;
+    if (st != nullptr) {
+        key.present = true;
+        key.device = st->st_dev;
+        key.inode = st->st_ino;
+        key.size = st->st_size;
+        key.modified = st->st_mtim;
+    }
+    return key;
+}
+
+std::mutex g_tableMutex;
+std::shared_ptr<const DefaultPropertyAgent::PropertyTable> g_table;
+MapFileKey g_tableKey;
+}  // namespace
+
+std::shared_ptr<const DefaultPropertyAgent::PropertyTable> DefaultPropertyAgent::sharedTable(
+    DefaultPropertyAgent& agent)
+{
+    // Beyond the original design, which reads and parses the file for every
+    // agent (twice per connection): parsing a large map dominated the cost
+    // of a connection, so the table is parsed once per version of the file.
+    // An edit still takes effect at the next connection.
     const char* env = getenv("MORVANE_MAP_PROP_FILE");
-    m_log.logInfo(" ENV: MORVANE_MAP_PROP_FILE=%s\n", env != nullptr ? env : "(null)");
     std::string fileName =
         env != nullptr ? std::string(env) : PlatformRoot::path("/usr/local/etc/appweb/map.properties");
-    m_log.logInfo(" Attempting to open property map file: %s\n", fileName.c_str());
+    struct stat st;
+    MapFileKey now = keyOf(fileName, stat(fileName.c_str(), &st) == 0 ? &st : nullptr);
+    std::lock_guard<std::mutex> lock(g_tableMutex);
+    if (g_table != nullptr && now == g_tableKey) {
+        return g_table;
+    }
+    AComponentLog& log = agent.m_log;
+    log.logInfo(" ENV: MORVANE_MAP_PROP_FILE=%s\n", env != nullptr ? env : "(null)");
+    log.logInfo(" Attempting to open property map file: %s\n", fileName.c_str());
+    auto table = std::make_shared<PropertyTable>();
     FILE* file = fopen(fileName.c_str(), "r");
     if (file == nullptr) {
-        return;  // an empty table: mapped names answer nothing
+        g_table = table;  // an empty table: mapped names answer nothing
+        g_tableKey = keyOf(fileName, nullptr);
+        return g_table;
     }
+    // The key of what is read, not of what was stat'ed a moment ago.
+    g_tableKey = keyOf(fileName, fstat(fileno(file), &st) == 0 ? &st : nullptr);
     std::vector<std::string> names, aimNames, types, maxValues, minValues;
     std::vector<int> privileges;
-    loadPropertyFile(file, names, aimNames, types, privileges, maxValues, minValues);
+    agent.loadPropertyFile(file, names, aimNames, types, privileges, maxValues, minValues);
     fclose(file);
     for (size_t i = 0; i < names.size(); ++i) {
         int type = PropertyInfo::typeFromText(types[i]);
         if (type == 0) {
             // Entered all the same: a get reports the type as unknown, a set
             // stores the value as text.
-            m_log.logError("Unknown property type (%s) read from %s.\n", types[i].c_str(), fileName.c_str());
+            log.logError("Unknown property type (%s) read from %s.\n", types[i].c_str(), fileName.c_str());
         }
-        PropertyInfo* info = new PropertyInfo(names[i], aimNames[i], type, privileges[i], maxValues[i], minValues[i]);
-        m_log.logInfo(" Adding property %s: (%s,%i,%i)\n", names[i].c_str(), aimNames[i].c_str(), type, privileges[i]);
-        auto it = m_propertyTable.find(names[i]);
-        if (it != m_propertyTable.end()) {
-            delete it->second;
+        log.logInfo(" Adding property %s: (%s,%i,%i)\n", names[i].c_str(), aimNames[i].c_str(), type, privileges[i]);
+        // A later line with the same name replaces the earlier entry.
+        PropertyInfo info(names[i], aimNames[i], type, privileges[i], maxValues[i], minValues[i]);
+        auto it = table->find(names[i]);
+        if (it != table->end()) {
             it->second = info;
         } else {
-            m_propertyTable[names[i]] = info;
+            table->emplace(names[i], info);
         }
     }
+    g_table = table;
+    return g_table;
+}
+
+DefaultPropertyAgent::DefaultPropertyAgent(DataHandler& handler, const char* name) : DataAgent(name, handler)
+{
+    m_log.logTrace("Initializing DefaultPropertyAgent\n");
+    m_propertyTable = sharedTable(*this);
 }
 
 DefaultPropertyAgent::~DefaultPropertyAgent()
 {
     m_requestList.clear();
-    for (auto& entry : m_propertyTable) {
-        delete entry.second;
-    }
-    m_propertyTable.clear();
+    m_requestEntries.clear();
     m_log.logTrace("DefaultPropertyAgent.Destructor done\n");
+}
+
+PropertyInfo* DefaultPropertyAgent::queue(const PropertyInfo& info)
+{
+    m_requestEntries.push_back(info);
+    PropertyInfo* entry = &m_requestEntries.back();
+    entry->value.clear();
+    entry->stored = false;
+    m_requestList.push_back(entry);
+    return entry;
 }
 
 AIMClient& DefaultPropertyAgent::aim()
@@ -122,19 +193,23 @@ int DefaultPropertyAgent::initialize()
     m_log.logInfo("Call to DefaultPropertyAgent::initialize()\n");
     m_status = 1;
     m_requestList.clear();
+    m_requestEntries.clear();
     return 1;
 }
 
 bool DefaultPropertyAgent::getAimName(std::string& name, std::string& aimName)
 {
-    auto it = m_propertyTable.find(name);
-    if (it == m_propertyTable.end()) {
-        printf("DefaultPropertyAgent::getAimName::Property not found: \"%s\"\n", name.c_str());
+    auto it = m_propertyTable->find(name);
+    if (it == m_propertyTable->end()) {
+        if (ALog::takeItemLine()) {
+            printf("DefaultPropertyAgent::getAimName::Property not found: \"%s\"\n",
+                   ALog::escapeControls(name.c_str(), false).c_str());
+        }
         aimName.clear();
         m_status = 2;
         return true;
     }
-    aimName = it->second->aimName;
+    aimName = it->second.aimName;
     m_status = 1;
     return true;
 }
@@ -142,10 +217,10 @@ bool DefaultPropertyAgent::getAimName(std::string& name, std::string& aimName)
 int DefaultPropertyAgent::preProcessGet(std::string& name, std::string& extra)
 {
     m_log.logTrace("call to DefaultPropertyAgent::preProcessGet\n");
-    auto it = m_propertyTable.find(name);
-    if (it != m_propertyTable.end()) {
-        m_requestList.push_back(it->second);
-    } else {
+    auto it = m_propertyTable->find(name);
+    if (it != m_propertyTable->end()) {
+        queue(it->second);
+    } else if (ALog::takeItemLine()) {  // one request cannot flood the log
         m_log.logInfo(" DefaultPropertyAgent::Property not found: \"%s\"\n", name.c_str());
     }
     return 1;
@@ -158,7 +233,9 @@ int DefaultPropertyAgent::processGet()
     AIMClient& client = aim();
     char buffer[1024];
     for (PropertyInfo* info : m_requestList) {
-        printf(" name(%s), type(%i)\n", info->aimName.c_str(), info->type);
+        if (ALog::takeItemLine()) {
+            printf(" name(%s), type(%i)\n", ALog::escapeControls(info->aimName.c_str(), false).c_str(), info->type);
+        }
         const char* aimName = info->aimName.c_str();
         switch (info->type) {
             case PropertyInfo::INT: {
@@ -219,24 +296,24 @@ int DefaultPropertyAgent::postProcessGet(ConnectionHandler& connection)
 int DefaultPropertyAgent::preProcessSet(std::string& name, TokenMap& arguments)
 {
     int mask = m_dataHandler->getConnectionHandler()->getPrivileges();
-    auto it = m_propertyTable.find(name);
-    if (it == m_propertyTable.end()) {
+    auto it = m_propertyTable->find(name);
+    if (it == m_propertyTable->end()) {
         return 1;  // left to other agents
     }
-    PropertyInfo* info = it->second;
+    const PropertyInfo& entry = it->second;
     m_log.logTrace("%s: preProcessSet for %s\n", "DefaultPropertyAgent", name.c_str());
     auto arg = arguments.find(name);
     if (arg == arguments.end()) {
         throw Exception("Unable to get value for " + name);
     }
-    if (mask != 0 && (mask & info->privilege) == 0) {
+    if (mask != 0 && (mask & entry.privilege) == 0) {
         m_status = 2;
         printf("DefaultPropertyAgent::preProcessSet  Insufficient privileges.; mask(%i) vrs. propPriv(%i)\n", mask,
-               info->privilege);
+               entry.privilege);
         throw SecurityException(0, "Insufficient privileges.");
     }
     m_status = 1;
-    m_requestList.push_back(info);
+    PropertyInfo* info = queue(entry);
     // A name present with no argument at all sets the empty text.
     info->value = arg->second.empty() ? std::string() : arg->second[0].toString();
     return 1;
@@ -264,10 +341,10 @@ int DefaultPropertyAgent::processSet()
             }
             if (!info->minValue.empty() || !info->maxValue.empty()) {
                 // An empty bound reads as 0; a bound holding "*" is no bound.
-                bool tooHigh =
-                    info->maxValue.find('*') == std::string::npos && n > strtol(info->maxValue.c_str(), nullptr, 0);
-                bool tooLow =
-                    info->minValue.find('*') == std::string::npos && n < strtol(info->minValue.c_str(), nullptr, 0);
+                bool tooHigh = info->maxValue.find('*') == std::string::npos &&
+                               n > gds_strtol32(info->maxValue.c_str(), nullptr, 0);
+                bool tooLow = info->minValue.find('*') == std::string::npos &&
+                              n < gds_strtol32(info->minValue.c_str(), nullptr, 0);
                 if (tooHigh || tooLow) {
                     m_status = 2;
                     info->stored = false;

@@ -91,8 +91,10 @@ int pinValue(const char* controllerPath)
 // Keeps schema variant `keep`, removes `drop`.
 void pointSchemaAt(const char* keep, const char* drop)
 {
-    bios_run_command("rm %s", PlatformRoot::path(drop).c_str());
-    bios_run_command("mv %s %s", PlatformRoot::path(keep).c_str(), PlatformRoot::path(kSchema).c_str());
+    // The results are not examined; after the first start one variant is
+    // already gone, so the commands' complaints stay off the console.
+    bios_run_command("rm %s 2>/dev/null", PlatformRoot::path(drop).c_str());
+    bios_run_command("mv %s %s 2>/dev/null", PlatformRoot::path(keep).c_str(), PlatformRoot::path(kSchema).c_str());
 }
 
 // The valid-values text of a token: each option name (cut to 49 characters,
@@ -338,6 +340,15 @@ void BIOSToken::writePropertyAndValidValuesFiles(const char* propertyPath, const
     }
 }
 
+bool BIOSToken::isSchemaToken(const char* name)
+{
+    if (name == nullptr) {
+        return false;
+    }
+    return m_mainTokens.count(name) != 0 || m_advancedTokens.count(name) != 0 ||
+           m_serverManagementTokens.count(name) != 0;
+}
+
 bool BIOSToken::readBIOSTokenRegionAndGetValues(tokenVal* values, int* count)
 {
     if (values == nullptr || count == nullptr) {
@@ -368,12 +379,15 @@ bool BIOSToken::readBIOSTokenRegionAndGetValues(tokenVal* values, int* count)
         values[*count].value = v;
         ++*count;
     };
+    // A document that does not begin with its declaration and
+    // "<bios-params", or whose list is empty, yields no token at all: the
+    // rest of it is not read.
     if (getFirstToken(f, name, value)) {
         keep();
-    }
-    // Tokens beyond the array's capacity are left out.
-    while (*count < kMaxTokenValues && getNextToken(f, name, value)) {
-        keep();
+        // Tokens beyond the array's capacity are left out.
+        while (*count < kMaxTokenValues && getNextToken(f, name, value)) {
+            keep();
+        }
     }
     fclose(f);
     return *count >= 1;

@@ -17,11 +17,20 @@ const int kDefaultPollSeconds = 60;
 // Sets each token's property to the value the BIOS reported, in document
 // order, under the exclusive record lock; frees the values either way.
 // True when the lock was granted.
+//
+// Only tokens that the BIOS schema defines are applied (beyond the original
+// design, which applied every name): whatever writes the MDR region could
+// otherwise overwrite any controller property. Other names are logged and
+// ignored.
 bool applyBiosValues(BIOSToken* store, tokenVal* values, int count)
 {
     bool granted = !store->getBIOSTokenPSLockForWriting();
     if (granted) {
         for (int i = 0; i < count; ++i) {
+            if (!store->isSchemaToken(values[i].name)) {
+                bios_syslog("BIOS Token - %s is not in the BIOS schema, ignored\n", values[i].name);
+                continue;
+            }
             aim_config_set_str(values[i].name, values[i].value, 1);
         }
         store->unlockBIOSTokenPSLock();

@@ -7,16 +7,42 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "PlatformRoot.h"
+#include <mutex>
+#include <string>
 
-// The controller's safe-execution library runs command lines for the BIOS
-// token code. Bound weakly: where the library is not present (a development
-// build without it), the C library's system() runs the line instead.
-extern "C" int system_secure(const char* command) __attribute__((weak));
+#include "ALog.h"
+#include "PlatformRoot.h"
+#include "safeexec.h"
+
+// The controller's safe-execution library runs every command line of the
+// BIOS token code (linked for real: its record and fault files see them).
 
 namespace {
 std::atomic<bios_syslog_hook_t> g_hook{nullptr};
+std::mutex g_mirrorMutex;
+
+// Below a platform root other than "/" (a development machine, the tests)
+// there may be no syslog daemon: every line is also appended to
+// <root>/var/log/syslog, one escaped line per message.
+void mirrorSyslog(const char* message)
+{
+    const std::string root = PlatformRoot::root();
+    if (root.empty() || root == "/") {
+        return;
+    }
+    std::string text = ALog::escapeControls(message, true);
+    if (text.empty() || text.back() != '\n') {
+        text += '\n';
+    }
+    std::lock_guard<std::mutex> lock(g_mirrorMutex);
+    FILE* f = fopen(PlatformRoot::path("/var/log/syslog").c_str(), "a");
+    if (f == nullptr) {
+        return;
+    }
+    fprintf(f, "gds: %s", text.c_str());
+    fclose(f);
 }
+}  // namespace
 
 void bios_syslog_set_hook(bios_syslog_hook_t hook)
 {
@@ -31,6 +57,7 @@ void bios_syslog(const char* format, ...)
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
     syslog(LOG_INFO, "%s", message);
+    mirrorSyslog(message);
     bios_syslog_hook_t hook = g_hook.load();
     if (hook != nullptr) {
         hook(message);
@@ -49,8 +76,5 @@ int bios_run_command(const char* format, ...)
     if (n < 0 || n >= static_cast<int>(sizeof command) || !PlatformRoot::isShellSafe()) {
         return -1;
     }
-    if (system_secure != nullptr) {
-        return system_secure(command);
-    }
-    return system(command);
+    return system_secure(command);
 }

@@ -13,13 +13,15 @@
 #include "DataAgent.h"
 #include "PlatformRoot.h"
 #include "biosTokenGatherer.h"
+#include "gds_number.h"
 #include "gds_tlog.h"
 
 #define TLOG(level, fmt, ...) GDS_TLOG(level, "GUIDataServer", fmt, ##__VA_ARGS__)
 
 namespace {
 // Reads `text` as a whole base-10 number into `port`; anything else leaves
-// `port` unchanged.
+// `port` unchanged. A number outside 1-65535 is no port at all: it counts
+// as not a number (bind would silently take it modulo 65536).
 void parsePort(const char* text, int& port)
 {
     if (text == nullptr || *text == '\0') {
@@ -28,7 +30,7 @@ void parsePort(const char* text, int& port)
     errno = 0;
     char* end = nullptr;
     long v = strtol(text, &end, 10);
-    if (*end == '\0' && errno == 0 && v >= -2147483647L - 1 && v <= 2147483647L) {
+    if (*end == '\0' && errno == 0 && v >= 1 && v <= 65535) {
         port = static_cast<int>(v);
     }
 }
@@ -57,6 +59,9 @@ GUIDataServer::~GUIDataServer()
     }
     handlerTable.clear();
     m_log.setBaseLog(ALog::nullLog());
+    if (&ALog::processLog() == m_baseLog) {
+        ALog::setProcessLog(nullptr);
+    }
     delete m_baseLog;
     if (m_logFile != nullptr) {
         fclose(m_logFile);
@@ -105,6 +110,10 @@ void GUIDataServer::initialize(int argc, char** argv)
     m_log.setBaseLog(*m_baseLog);
     m_baseLog->setEchoToConsole(true);
     m_baseLog->setShowTimestamp(true);
+    // Objects log while they are constructed, before they are attached to
+    // their parent's log (connection handlers, sockets, agents): those lines
+    // go to this log too.
+    ALog::setProcessLog(m_baseLog);
 
     const char* portOption = cmdLine.getArg("port");
     const char* portEnv = AUtil::getEnv("DATA_SERVER_PORT", nullptr);
@@ -202,6 +211,7 @@ void GUIDataServer::start()
     }
     TLOG(2, " Starting to listen for connections.\n");
     m_log.logInfo(" Starting to listen for connections.\n");
+    m_log.flush();
     m_connectionManager->acceptConnections();
 }
 
@@ -266,8 +276,9 @@ void GUIDataServer::setDefaultProperties()
                 if (m_aimClient.getProperty(aimName, current)) {
                     continue;
                 }
+                // Read as the controller's 32-bit strtol does: saturating.
                 char* end = nullptr;
-                long n = strtol(value.c_str(), &end, 10);
+                long n = gds_strtol32(value.c_str(), &end, 10);
                 if (*end != '\0') {
                     TLOG(4, "Failed to parse default int value from %s for property: %s\n", value.c_str(), aimName);
                     m_log.logError("Failed to parse default int value from %s for property: %s\n", value.c_str(),

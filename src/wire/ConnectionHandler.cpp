@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <cjson/cJSON.h>
 
@@ -46,13 +47,13 @@ int getGDSProtoHeaderFields(char* json, gds_params* out)
     if (root == nullptr) {
         return -1;
     }
-    // cJSON_GetObjectItem matches keys case-insensitively; the header's keys
-    // are matched exactly.
-    cJSON* item = cJSON_GetObjectItemCaseSensitive(root, "Magic");
+    // The keys are matched as cJSON_GetObjectItem matches them, ignoring
+    // case: web servers send "magic" as well as "Magic".
+    cJSON* item = cJSON_GetObjectItem(root, "Magic");
     if (cJSON_IsString(item)) {
         out->magic = dupString(item->valuestring);
     }
-    item = cJSON_GetObjectItemCaseSensitive(root, "Privilege");
+    item = cJSON_GetObjectItem(root, "Privilege");
     if (cJSON_IsNumber(item)) {
         // valueint saturates doubles outside the int range; a privilege
         // word above 0x7FFFFFFF arrives as its unsigned value.
@@ -63,15 +64,15 @@ int getGDSProtoHeaderFields(char* json, gds_params* out)
             out->privilege = item->valueint;
         }
     }
-    item = cJSON_GetObjectItemCaseSensitive(root, "Command");
+    item = cJSON_GetObjectItem(root, "Command");
     if (cJSON_IsString(item)) {
         out->command = dupString(item->valuestring);
     }
-    item = cJSON_GetObjectItemCaseSensitive(root, "Username");
+    item = cJSON_GetObjectItem(root, "Username");
     if (cJSON_IsString(item)) {
         out->username = dupString(item->valuestring);
     }
-    item = cJSON_GetObjectItemCaseSensitive(root, "Interface");
+    item = cJSON_GetObjectItem(root, "Interface");
     if (cJSON_IsString(item)) {
         out->interface = dupString(item->valuestring);
     }
@@ -108,32 +109,59 @@ ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& 
       m_tokenizer("(),=&:?")
 {
     m_log.logTrace("Creating a new connection handler object.\n");
-    requestBuffer = new char[static_cast<size_t>(bufferSize)];
-    requestBuffer[0] = '\0';
-    auditUserName = new char[kUserNameSize]();
-    auditInterfaceName = new char[kInterfaceNameSize]();
-    m_guiDataHandler = new GUIDataHandler(*this);
-    m_dataHandlers.push_back(m_guiDataHandler);
-    m_log.logTrace("Initializing agents for new ConnectionHandler.\n");
-    for (HandlerFactory* factory : manager.getHandlerFactoryList()) {
-        DataHandler* handler = factory->createDataHandler(*this);
-        if (handler != nullptr) {
-            m_dataHandlers.push_back(handler);
+    // Any allocation may fail on a loaded controller: whatever was built is
+    // released before the failure leaves the constructor.
+    try {
+        requestBuffer = new char[static_cast<size_t>(bufferSize)];
+        requestBuffer[0] = '\0';
+        auditUserName = new char[kUserNameSize]();
+        auditInterfaceName = new char[kInterfaceNameSize]();
+        m_input = new unsigned char[kInputSize];
+        m_guiDataHandler = new GUIDataHandler(*this);
+        m_dataHandlers.push_back(m_guiDataHandler);
+        m_log.logTrace("Initializing agents for new ConnectionHandler.\n");
+        for (HandlerFactory* factory : manager.getHandlerFactoryList()) {
+            DataHandler* handler = factory->createDataHandler(*this);
+            if (handler != nullptr) {
+                m_dataHandlers.push_back(handler);
+            }
         }
+    } catch (...) {
+        releaseAll();
+        throw;
     }
+    m_manager.connectionStarted(this, m_socket.getDescriptor());
+}
+
+void ConnectionHandler::releaseAll()
+{
+    for (DataHandler* handler : m_dataHandlers) {
+        delete handler;
+    }
+    m_dataHandlers.clear();
+    m_guiDataHandler = nullptr;
+    delete[] requestBuffer;
+    delete[] auditUserName;
+    delete[] auditInterfaceName;
+    delete[] m_input;
+    requestBuffer = nullptr;
+    auditUserName = nullptr;
+    auditInterfaceName = nullptr;
+    m_input = nullptr;
 }
 
 ConnectionHandler::~ConnectionHandler()
 {
     m_log.logTrace("ConnectionHandler destructor.  Deleting %i agent contexts.\n",
                    static_cast<int>(m_dataHandlers.size()));
-    for (DataHandler* handler : m_dataHandlers) {
-        delete handler;
-    }
-    m_dataHandlers.clear();
-    delete[] requestBuffer;
-    delete[] auditUserName;
-    delete[] auditInterfaceName;
+    releaseAll();
+    m_manager.connectionEnded(this);
+}
+
+void ConnectionHandler::closeSocket()
+{
+    m_manager.connectionClosing(this);
+    m_socket.close();
 }
 
 GUIDataServer& ConnectionHandler::getServer()
@@ -159,32 +187,134 @@ bool ConnectionHandler::startProcessing()
 void ConnectionHandler::run()
 {
     m_log.logTrace("ConnectionHandler::run  Call to handler run method.\n");
-    while (!stopRequested) {
-        ++requestCount;
-        if (nextRequest() != nullptr) {
-            processRequest();
-            m_socket.flush();
-            m_log.logTrace("ConnectionHandler::run: Completed processing of request %i\n", requestCount);
-        } else {
-            puts("need stop this thread");
-            m_socket.flush();
+    try {
+        while (!stopRequested) {
+            ++requestCount;
+            if (nextRequest() != nullptr) {
+                m_manager.connectionBusy(this, true);
+                // One request writes a bounded number of lines for its items;
+                // the rest are counted in one summary line.
+                ALog::beginItemLines(kItemLogLines);
+                processRequest();
+                m_socket.flush();
+                int held = ALog::endItemLines();
+                if (held > 0) {
+                    m_log.logInfo("ConnectionHandler: %i more log lines for the items of request %i not written.\n",
+                                  held, requestCount);
+                }
+                m_manager.connectionBusy(this, false);
+                m_log.logTrace("ConnectionHandler::run: Completed processing of request %i\n", requestCount);
+                m_log.flush();  // the request's log lines leave together
+                if (m_socket.getWriteError() != 0) {
+                    m_log.logWarning(
+                        "ConnectionHandler: the reply to request %i could not be written (%s), "
+                        "closing the connection.\n",
+                        requestCount, strerror(m_socket.getWriteError()));
+                    closeSocket();
+                    stopRequested = true;
+                }
+            } else {
+                puts("need stop this thread");
+                m_socket.flush();
+            }
         }
+    } catch (const std::bad_alloc&) {
+        ALog::endItemLines();
+        m_log.logError("ConnectionHandler: out of memory, closing the connection.\n");
+    } catch (...) {
+        ALog::endItemLines();
+        m_log.logError("ConnectionHandler: unexpected failure, closing the connection.\n");
     }
+    closeSocket();
+    m_log.flush();
     delete this;  // nothing touches the handler after this
 }
 
 char* ConnectionHandler::nextRequest()
 {
     m_log.logTrace("ConnectionHandler::nextRequest: waiting for packet %i length.\n", requestCount);
-    return nxtGenPort ? inReqNxtGenSrvPort() : inReqLegacySrvPort();
+    char* request = nxtGenPort ? inReqNxtGenSrvPort() : inReqLegacySrvPort();
+    endFrame();
+    return request;
 }
 
 void ConnectionHandler::socketReadFailed(const char* what)
 {
     int err = errno;
-    m_log.logTrace("ConnectionHandler::socketReadFailed: ERROR: %s (%s).\n", what, strerror(err));
-    m_socket.close();
+    if (err == ETIMEDOUT) {
+        // Beyond the original design: a frame once begun must arrive whole.
+        m_log.logWarning("ConnectionHandler: request %i not complete within %i s, closing the connection.\n",
+                         requestCount, m_manager.getFrameDeadlineMs() / 1000);
+    }
+    // A client that closes between requests is no error worth an errno text.
+    const char* reason = m_cleanClose ? "connection closed by peer" : strerror(err);
+    m_log.logTrace("ConnectionHandler::socketReadFailed: ERROR: %s (%s).\n", what, reason);
+    closeSocket();
     stopRequested = true;
+}
+
+int ConnectionHandler::readFrameBytes(unsigned char* data, int length)
+{
+    int done = 0;
+    while (done < length) {
+        if (m_inputStart < m_inputEnd) {
+            int n = m_inputEnd - m_inputStart;
+            if (n > length - done) {
+                n = length - done;
+            }
+            memcpy(data + done, m_input + m_inputStart, static_cast<size_t>(n));
+            m_inputStart += n;
+            done += n;
+            if (m_frameBytes == 0) {
+                // The frame has begun: the rest must follow within the deadline.
+                m_socket.setReadDeadline(m_manager.getFrameDeadlineMs());
+            }
+            m_frameBytes += n;
+            continue;
+        }
+        // Whatever has arrived, up to the buffer's size, in one call: a
+        // small frame takes one read. A long text is read straight into its
+        // place.
+        bool direct = length - done >= kInputSize;
+        int n = direct ? m_socket.read(data, done, length - done) : m_socket.read(m_input, 0, kInputSize);
+        if (n <= 0) {
+            if (n == 0 && m_frameBytes == 0) {
+                m_cleanClose = true;
+                errno = 0;
+            } else if (n == 0) {
+                errno = ECONNRESET;  // the stream ended inside a frame
+            }
+            return -1;
+        }
+        if (direct) {
+            if (m_frameBytes == 0) {
+                m_socket.setReadDeadline(m_manager.getFrameDeadlineMs());
+            }
+            m_frameBytes += n;
+            done += n;
+            continue;
+        }
+        m_inputStart = 0;
+        m_inputEnd = n;
+    }
+    return 0;
+}
+
+int ConnectionHandler::readFrameInt(int& value)
+{
+    unsigned char b[4];
+    if (readFrameBytes(b, 4) != 0) {
+        return -1;
+    }
+    value = static_cast<int>((static_cast<unsigned int>(b[0]) << 24) | (static_cast<unsigned int>(b[1]) << 16) |
+                             (static_cast<unsigned int>(b[2]) << 8) | b[3]);
+    return 0;
+}
+
+void ConnectionHandler::endFrame()
+{
+    m_frameBytes = 0;
+    m_socket.setReadDeadline(0);
 }
 
 void ConnectionHandler::trimLineEnds()
@@ -205,7 +335,7 @@ void ConnectionHandler::splitPrivilegeWord(int word)
 char* ConnectionHandler::inReqLegacySrvPort()
 {
     int length = 0;
-    if (m_socket.readInt(length) != 0 || length <= 0) {
+    if (readFrameInt(length) != 0 || length <= 0) {
         socketReadFailed("Failed to read packet length");
         return nullptr;
     }
@@ -214,18 +344,18 @@ char* ConnectionHandler::inReqLegacySrvPort()
     if (length > bufferSize || length < 4) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
                        length);
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
     privileges = 0;
     int word = 0;
-    if (m_socket.readInt(word) != 0) {
+    if (readFrameInt(word) != 0) {
         socketReadFailed("Failed to read privileges");
         return nullptr;
     }
     privileges = word;
     unsigned char magic[4];
-    if (m_socket.readFully(magic, 0, 4) != 0 || memcmp(magic, kMagic, 4) != 0) {
+    if (readFrameBytes(magic, 4) != 0 || memcmp(magic, kMagic, 4) != 0) {
         socketReadFailed("Bad magic string from web data handler request");
         return nullptr;
     }
@@ -234,7 +364,7 @@ char* ConnectionHandler::inReqLegacySrvPort()
     m_log.logTrace("ConnectionHandler::nextRequest:  Priv=  %x  got packet length of %i, reading into %lx.\n",
                    static_cast<unsigned int>(privileges), textLength,
                    static_cast<unsigned long>(reinterpret_cast<uintptr_t>(requestBuffer)));
-    if (m_socket.readFully(reinterpret_cast<unsigned char*>(requestBuffer), 0, textLength) != 0) {
+    if (readFrameBytes(reinterpret_cast<unsigned char*>(requestBuffer), textLength) != 0) {
         socketReadFailed("Failed to read packet data");
         return nullptr;
     }
@@ -247,41 +377,40 @@ char* ConnectionHandler::inReqNxtGenSrvPort()
 {
     privileges = 0;
     int length = 0;
-    if (m_socket.readInt(length) != 0 || length <= 0) {
+    if (readFrameInt(length) != 0 || length <= 0) {
         socketReadFailed("Failed to read packet length");
-        m_socket.close();
         return nullptr;
     }
     if (length > bufferSize) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
                        length);
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
     char* json = static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1));
     if (json == nullptr) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: calloc failed.\n");
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
-    if (m_socket.readFully(reinterpret_cast<unsigned char*>(json), 0, length) != 0) {
+    if (readFrameBytes(reinterpret_cast<unsigned char*>(json), length) != 0) {
         socketReadFailed("Failed to read json data");
         free(json);
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
     gds_params params;
     if (getGDSProtoHeaderFields(json, &params) != 0) {
         socketReadFailed("Failed to decode json data");
         free(json);
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
     if (params.magic == nullptr || strncmp(params.magic, kMagic, 4) != 0) {
         socketReadFailed("Bad magic string from web data handler request");
         free(json);
         freeGDSProtoHeaderFields(&params);
-        m_socket.close();
+        closeSocket();
         return nullptr;
     }
     // A header without a "Command" string carries an empty request, which
@@ -393,12 +522,16 @@ std::string ConnectionHandler::parseForSet(std::vector<RequestToken>& tokens, st
         } else if (j + 1 < n && isDelim(tokens[j + 1], ':')) {
             if (j + 2 >= n || tokens[j + 2].getType() == RequestToken::DELIM) {
                 args.push_back(RequestToken(RequestToken::TEXT, std::string()));
-                m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(), "");
+                if (ALog::takeItemLine()) {
+                    m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(), "");
+                }
                 j += 2;
             } else {
                 args.push_back(tokens[j + 2]);
-                m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(),
-                               tokens[j + 2].toString().c_str());
+                if (ALog::takeItemLine()) {
+                    m_log.logTrace("ConnectionHandler::parseForSet: name/value= %s/%s\n", name.c_str(),
+                                   tokens[j + 2].toString().c_str());
+                }
                 j += 3;
             }
         } else {
@@ -452,7 +585,10 @@ void ConnectionHandler::parseForArgs(std::string& item, std::string& name, std::
     }
     name = item.substr(0, k);
     extra = item.substr(k);
-    printf(" name(%s), extra(%s)\n", name.c_str(), extra.c_str());
+    if (ALog::takeItemLine()) {
+        printf(" name(%s), extra(%s)\n", ALog::escapeControls(name.c_str(), false).c_str(),
+               ALog::escapeControls(extra.c_str(), false).c_str());
+    }
 }
 
 void ConnectionHandler::parsePropertyTokens(const std::string& text, std::vector<std::string>& out)
@@ -571,11 +707,15 @@ int ConnectionHandler::processRequest()
         } else if (!names.empty()) {
             PhaseAgents phase;
             for (std::string& name : names) {
-                m_log.logTrace("ConnectionHandler::processRequest: Process set: %s\n", name.c_str());
+                if (ALog::takeItemLine()) {
+                    m_log.logTrace("ConnectionHandler::processRequest: Process set: %s\n", name.c_str());
+                }
                 DataAgent* agent = getDataAgentFor(name);
                 if (agent == nullptr) {
-                    m_log.logInfo("ConnectionHandler::processRequest: Missing agent in set call for property: %s\n",
-                                  name.c_str());
+                    if (ALog::takeItemLine()) {
+                        m_log.logInfo("ConnectionHandler::processRequest: Missing agent in set call for property: %s\n",
+                                      name.c_str());
+                    }
                     continue;
                 }
                 if (phase.add(agent)) {
@@ -587,8 +727,10 @@ int ConnectionHandler::processRequest()
                     userPolicySeen = true;
                 }
                 if (agent->preProcessSet(name, arguments) != 1) {
-                    m_log.logInfo("ConnectionHandler::processRequest: error in call to agent for property %s\n",
-                                  name.c_str());
+                    if (ALog::takeItemLine()) {
+                        m_log.logInfo("ConnectionHandler::processRequest: error in call to agent for property %s\n",
+                                      name.c_str());
+                    }
                     error = true;
                 }
             }

@@ -23,7 +23,9 @@ bool makePrintable(char* data, int length)
     for (int i = 0; data != nullptr && i < length; ++i) {
         unsigned char c = static_cast<unsigned char>(data[i]);
         if (!isClean(c)) {
-            printf(" Found non-printable character (%i) in XML doc.\n", c);
+            if (ALog::takeItemLine()) {  // bounded per request: a reply may hold thousands
+                printf(" Found non-printable character (%i) in XML doc.\n", c);
+            }
             data[i] = ' ';
             replaced = true;
         }
@@ -152,9 +154,10 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
     int count = parts[1].iov_len > 0 ? 2 : 1;
     size_t total = parts[0].iov_len + parts[1].iov_len;
     size_t sent = 0;
-    // Write errors are not reported here: a vanished peer shows up as a read
-    // failure on the next request. Short writes are completed.
-    while (sent < total && m_fd >= 0) {
+    // Short writes are completed. A failed write (a vanished peer, or one
+    // that read nothing for the send time-out) is remembered: the rest of
+    // the reply is dropped and the connection handler ends the connection.
+    while (sent < total && m_fd >= 0 && m_writeError == 0) {
         msghdr msg;
         memset(&msg, 0, sizeof msg);
         msg.msg_iov = parts;
@@ -167,6 +170,7 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
             if (errno == EINTR) {
                 continue;
             }
+            m_writeError = (errno == EAGAIN || errno == EWOULDBLOCK) ? ETIMEDOUT : errno;
             return;
         }
         sent += static_cast<size_t>(n);

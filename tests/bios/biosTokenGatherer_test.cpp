@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "MdrSim.h"
 #include "TestRoot.h"
@@ -43,6 +44,45 @@ TEST(BiosTokenGatherer, StartSendsTheValuesOnlyWhenDataIsAvailable)
         EXPECT_EQ(1, biosTokenGathererPoll());  // the first poll sees the region's counter
         EXPECT_EQ(0, biosTokenGathererPoll());
         EXPECT_EQ("1", property("BiosTokenDataAvailable"));
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// What a document from the BIOS may change: only a well-formed document, and
+// only tokens that the schema defines. Every command line goes through the
+// safe-execution runner; syslog lines are mirrored under the root.
+TEST(BiosTokenGatherer, OnlyWellFormedDocumentsAndSchemaTokensApply)
+{
+    // document, QuietBoot afterwards, pm_bool_ssh_enabled afterwards
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"<?xml?><bios-params><QuietBoot value='Enabled' /><pm_bool_ssh_enabled value='Nope' /></bios-params>",
+         "Enabled", "1"},
+        {"<bios-params><QuietBoot value='Enabled' /></bios-params>", "Disabled", "1"},  // no declaration
+        {"<?xml?><params><QuietBoot value='Enabled' /></params>", "Disabled", "1"},
+        {"<?xml?><bios-params></bios-params><QuietBoot value='Enabled' />", "Disabled", "1"},
+    };
+    for (const auto& [document, quietBoot, ssh] : cases) {
+        SCOPED_TRACE(document);
+        TestRoot root(true);
+        root.makeDirs("/var/aim/props");
+        mdrForgetUpdateCounter();
+        ASSERT_TRUE(MdrSim::biosWrite(3, document));
+        ASSERT_TRUE(aim_config_set_str("QuietBoot", "Disabled", 1) &&
+                    aim_config_set_str("pm_bool_ssh_enabled", "1", 1));
+        ASSERT_EQ(0, biosTokenGathererStart());
+        EXPECT_EQ(quietBoot, property("QuietBoot"));
+        EXPECT_EQ(ssh, property("pm_bool_ssh_enabled"));
+        // The document's quotes are rewritten by commands the runner records.
+        EXPECT_NE(std::string::npos, root.readFile("/var/safeexec/commands").find("mv "))
+            << root.readFile("/var/safeexec/commands");
+        if (std::string(ssh) == "1" && std::string(quietBoot) == "Enabled") {
+            EXPECT_NE(std::string::npos,
+                      root.readFile("/var/log/syslog").find("pm_bool_ssh_enabled is not in the BIOS schema, ignored"))
+                << root.readFile("/var/log/syslog");
+        }
     }
 }
 

@@ -98,7 +98,7 @@ TEST(BiosSchema, TokenDocuments)
         FILE* f = fmemopen(&text[0], text.size(), "r");
         char name[kBiosXmlBufferSize], value[kBiosXmlBufferSize];
         for (bool ok = getFirstToken(f, name, value); ok || getNextToken(f, name, value); ok = false) {
-            read += std::string(name) + "=" + value + " ";  // the store reads on when the first token is missing
+            read += std::string(name) + "=" + value + " ";
         }
         fclose(f);
         EXPECT_EQ(expected, read) << text;

@@ -3,7 +3,9 @@
 // line, against the real server with the test handler library loaded.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <regex>
+#include <thread>
 #include <tuple>
 
 #include "AIMClient.h"
@@ -122,6 +124,8 @@ TEST_F(Requests, AuditLineWhileMarkerExists)
 {
     ask("get=mtu");
     root.writeFile("/tmp/gdsprint_override", "");
+    // The marker is looked up at most once a second.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
     ask("get=hostname");
     ask("get=testThrow(format)");
     EXPECT_EQ(

@@ -44,6 +44,8 @@ TEST(Startup, BrokenHandlerLibrariesAreSkipped)
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {"/no/such/lib.so", "init", " Failed to load library \"/no/such/lib.so\" with error: "},
         {good, "no_such_entry", " Failed to find entry point \"no_such_entry\" in library \"" + good + "\""},
+        // without a library the entry point would be looked up in the program
+        {"", "abort", " Failed to load library \"\" with error: the handler has no libFile"},
     };
     for (const auto& [lib, entry, message] : cases) {
         TestRoot root(true);
@@ -93,6 +95,44 @@ TEST(Startup, FailuresEndWithStatusAndMessage)
         EXPECT_EQ(std::string::npos, gds.output().find("setup complete")) << message;
     }
     close(holder);
+}
+
+}  // namespace
+
+namespace {
+
+// The BIOS code's start-up commands run through the safe-execution runner
+// (its record shows them); a second start on the same root prints no
+// complaints of those commands; a client closing cleanly is not a reset.
+TEST(Startup, BiosCommandsAreRecordedAndQuietOnRestart)
+{
+    TestRoot root(true);
+    for (int start = 0; start < 2; ++start) {
+        GdsProcess gds(root);
+        gds.setEnv("GDS_LOG_LEVEL", "4");
+        ASSERT_TRUE(gds.start()) << gds.output();
+        for (int i = 0; i < 100 && root.readFile("/var/safeexec/commands").find("mv ") == std::string::npos; ++i) {
+            usleep(100 * 1000);
+        }
+        std::string record = root.readFile("/var/safeexec/commands");
+        EXPECT_NE(std::string::npos, record.find("rm ")) << record;
+        EXPECT_NE(std::string::npos, record.find("mv ")) << record;
+        int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_port = htons(static_cast<uint16_t>(gds.legacyPort()));
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+        close(fd);
+        for (int i = 0; i < 50 && gds.output().find("connection closed by peer") == std::string::npos; ++i) {
+            usleep(100 * 1000);
+        }
+        gds.stop();
+        EXPECT_NE(std::string::npos, gds.output().find("Failed to read packet length (connection closed by peer)"));
+        EXPECT_EQ(std::string::npos, gds.output().find("reset by peer")) << gds.output();
+        EXPECT_EQ(std::string::npos, gds.output().find("rm: cannot")) << gds.output();
+        EXPECT_EQ(std::string::npos, gds.output().find("mv: cannot")) << gds.output();
+    }
 }
 
 }  // namespace

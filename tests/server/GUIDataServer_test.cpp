@@ -37,6 +37,11 @@ TEST(GUIDataServer, PortPrecedenceAndPlatform)
         {"option wins over environment", {"-port", "9003"}, "9004", 9003},
         {"environment", {}, "9002", 9002},
         {"bad option keeps default and ignores environment", {"-port", "12x"}, "9005", 8195},
+        // outside 1-65535 is not a port (bind would wrap it)
+        {"negative option", {"-port", "-5"}, nullptr, 8195},
+        {"option above 65535", {"-port", "70000"}, nullptr, 8195},
+        {"zero in the environment", {}, "0", 8195},
+        {"highest port", {"-port", "65535"}, nullptr, 65535},
     };
     DataAgent::resetPlatformCache();
     unsetenv("MORVANE_DEF_PROP_FILE");

@@ -66,6 +66,8 @@ TEST_F(Framing, FramesAreSplit)
         {R"({"Magic":"BEEF","Privilege":34,"Command":"get=a\n","Username":"admin","Interface":"web"})",
          "get=a|34|0|admin|web"},
         {R"({"Magic":"BEEF","Privilege":"7","Command":"c"})", "c|0|0||"},
+        // keys match whatever their case, as cJSON_GetObjectItem matches them
+        {R"({"magic":"BEEF","PRIVILEGE":3,"command":"c","username":"u","INTERFACE":"i"})", "c|3|0|u|i"},
         {R"({"Magic":"BEEF","Privilege":4278190082,"Command":"c"})", "c|2|255||"},
         {R"({"Magic":"BEEF","Command":"c","Username":")" + std::string(200, 'u') +
              R"(","Interface":"0123456789012345678901234567890123456789"})",

@@ -1,6 +1,9 @@
 // ALog: a named log sink writing lines to a file and/or the console.
 // Thread-safe: many component logs on many threads write through one ALog;
-// each line is written and flushed under the log's mutex. The ALog does not
+// each line is written under the log's mutex. Errors and warnings are
+// flushed at once; information and trace lines wait for flush(), which the
+// connection handler calls once per request (one write instead of one per
+// line). The ALog does not
 // own the FILE* it is given (the process keeps its log file open for life).
 #pragma once
 
@@ -38,10 +41,33 @@ public:
     void vlog(int level, const char* component, const char* format, va_list args);
     void flush();
 
-    // A log that writes nothing; what unattached component logs fall back to.
+    // A log that writes nothing.
     static ALog& nullLog();
+    // The process's log: what a component log writes through before it is
+    // attached (objects log while they are constructed). The null log until
+    // setProcessLog is called; `log` must live for the rest of the process.
+    static ALog& processLog();
+    static void setProcessLog(ALog* log);
+
+    // Control characters of `in` (bytes below 32 and 127) become visible
+    // escapes (\n, \r, \t, \xNN), so a text from a client can never start
+    // a line of its own in a log. A line end that ends `in` is kept when
+    // `keepFinalLineEnd` is set.
+    static std::string escapeControls(const char* in, bool keepFinalLineEnd);
+
+    // Per-request bound on the lines written for a request's items (the
+    // calling thread only). beginItemLines starts a budget of `limit`
+    // lines; takeItemLine says whether one more may be written (always true
+    // outside a budget); endItemLines returns how many were held back.
+    static void beginItemLines(int limit);
+    static bool takeItemLine();
+    static int endItemLines();
 
 private:
+    // write(), keeping up to `keepLeadingLineEnds` line ends that open the
+    // message (those of a format) as they are.
+    void writeLine(int level, const char* component, const char* message, size_t keepLeadingLineEnds);
+
     std::string m_name;
     FILE* m_file;
     bool m_echo = false;

@@ -26,7 +26,7 @@ public:
     virtual int writeByte(unsigned char value);
     virtual int writeShort(int value);
     // Reads at most `length` bytes into data + offset; returns the count,
-    // 0 at end of stream, -1 on error.
+    // 0 at end of stream, -1 on error (ETIMEDOUT past the read deadline).
     virtual int read(unsigned char* data, int offset, int length);
     // The fixed-size reads return 0 on success and -1 on failure (error, or
     // the stream ended before the value was complete).
@@ -34,6 +34,14 @@ public:
     virtual int readShort(short& value);
     virtual int readByte(unsigned char& value);
     virtual int readFully(unsigned char* data, int offset, int length);
+
+    // A deadline for the reads that follow: `ms` milliseconds from now
+    // (0 removes it). A read still waiting at the deadline fails with
+    // errno ETIMEDOUT.
+    void setReadDeadline(int ms);
+    // True once a read found the stream ended by the peer before any byte
+    // of the value it was reading (a clean close, not an error).
+    bool peerClosed() const { return m_peerClosed; }
 
     int getDescriptor() const { return m_fd; }
     const sockaddr_in& getPeerAddress() const { return m_peer; }
@@ -43,4 +51,6 @@ protected:
     int m_fd;
     sockaddr_in m_peer;
     AComponentLog m_log;
+    long long m_readDeadline = 0;  // CLOCK_MONOTONIC milliseconds; 0: none
+    bool m_peerClosed = false;
 };

@@ -14,7 +14,9 @@ ALog& AComponentLog::getParentLog() const
         }
         c = c->m_parent;
     }
-    return ALog::nullLog();
+    // Not attached yet (the object is still being constructed): the
+    // process's log, so that construction messages are not lost.
+    return ALog::processLog();
 }
 
 void AComponentLog::vlog(int level, const char* format, va_list args)

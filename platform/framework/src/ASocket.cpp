@@ -1,13 +1,36 @@
 #include "ASocket.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 ASocket::ASocket(int fd, const sockaddr_in& peer) : m_fd(fd), m_peer(peer), m_log("ASocket") {}
 
-ASocket::ASocket(const ASocket& other) : m_fd(other.m_fd), m_peer(other.m_peer), m_log(other.m_log) {}
+ASocket::ASocket(const ASocket& other)
+    : m_fd(other.m_fd),
+      m_peer(other.m_peer),
+      m_log(other.m_log),
+      m_readDeadline(other.m_readDeadline),
+      m_peerClosed(other.m_peerClosed)
+{
+}
+
+namespace {
+long long monotonicMs()
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<long long>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+}  // namespace
+
+void ASocket::setReadDeadline(int ms)
+{
+    m_readDeadline = ms > 0 ? monotonicMs() + ms : 0;
+}
 
 ASocket::~ASocket() = default;
 
@@ -25,6 +48,9 @@ int ASocket::write(const unsigned char* data, int length)
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
+            }
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                errno = ETIMEDOUT;  // the send time-out passed without progress
             }
             return -1;
         }
@@ -76,11 +102,26 @@ int ASocket::read(unsigned char* data, int offset, int length)
         return -1;
     }
     for (;;) {
-        ssize_t n = ::recv(m_fd, data + offset, static_cast<size_t>(length), 0);
+        // With a deadline, the bytes already there are taken without
+        // waiting; only an empty socket costs a poll.
+        ssize_t n = ::recv(m_fd, data + offset, static_cast<size_t>(length), m_readDeadline != 0 ? MSG_DONTWAIT : 0);
         if (n < 0 && errno == ENOTSOCK) {
             n = ::read(m_fd, data + offset, static_cast<size_t>(length));
         }
         if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0 && m_readDeadline != 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            long long left = m_readDeadline - monotonicMs();
+            if (left <= 0) {
+                errno = ETIMEDOUT;
+                return -1;
+            }
+            struct pollfd p = {m_fd, POLLIN, 0};
+            int rc = ::poll(&p, 1, left > 60000 ? 60000 : static_cast<int>(left));
+            if (rc < 0 && errno != EINTR) {
+                return -1;
+            }
             continue;
         }
         return n < 0 ? -1 : static_cast<int>(n);
@@ -96,7 +137,10 @@ int ASocket::readFully(unsigned char* data, int offset, int length)
     while (done < length) {
         int n = read(data, offset + done, length - done);
         if (n <= 0) {
-            if (n == 0) {
+            if (n == 0 && done == 0) {
+                m_peerClosed = true;  // a clean close between values
+                errno = 0;
+            } else if (n == 0) {
                 errno = ECONNRESET;  // the stream ended inside a value
             }
             return -1;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "ALog.h"
 #include "PlatformRoot.h"
 
 extern "C" void log_tlog(int level, const char* format, ...)
@@ -22,9 +23,11 @@ extern "C" void log_tlog(int level, const char* format, ...)
     va_start(args, format);
     vsnprintf(line + head, sizeof line - static_cast<size_t>(head) - 1, format, args);
     va_end(args);
-    size_t len = strlen(line);
-    if (len == 0 || line[len - 1] != '\n') {
-        line[len++] = '\n';
+    // One call is one line: control characters of the message (a request
+    // text among its arguments) are escaped.
+    std::string text = ALog::escapeControls(line, true);
+    if (text.empty() || text.back() != '\n') {
+        text += '\n';
     }
     // Opened per call: the trace log is rare next to request work, and a
     // per-call open follows GDS_ROOT and survives log rotation.
@@ -39,7 +42,7 @@ extern "C" void log_tlog(int level, const char* format, ...)
     if (fd < 0) {
         return;
     }
-    ssize_t ignored = write(fd, line, len);
+    ssize_t ignored = write(fd, text.data(), text.size());
     (void)ignored;
     close(fd);
 }

@@ -1,0 +1,255 @@
+// The real server against hostile local clients: stalled frames, peers that
+// never read, more idle connections than the cap, requests that try to forge
+// log lines or flood the log. Deadlines are shortened through the
+// environment; waits are bounded retries, never timing assertions.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "GDSClient.h"
+#include "GdsProcess.h"
+#include "TestRoot.h"
+
+namespace {
+
+std::string be32(int v)
+{
+    unsigned int u = static_cast<unsigned int>(v);
+    return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
+                       static_cast<char>(u)};
+}
+
+int threadCount(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind("Threads:", 0) == 0) {
+            return std::stoi(line.substr(8));
+        }
+    }
+    return -1;
+}
+
+int descriptorCount(pid_t pid)
+{
+    DIR* d = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    if (d == nullptr) {
+        return -1;
+    }
+    int n = 0;
+    while (dirent* e = readdir(d)) {
+        n += e->d_name[0] != '.';
+    }
+    closedir(d);
+    return n;
+}
+
+bool waitFor(const std::function<bool()>& done, int seconds)
+{
+    for (int i = 0; i < seconds * 10 && !done(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return done();
+}
+
+int connectTo(int port)
+{
+    int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(static_cast<uint16_t>(port));
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+        close(s);
+        return -1;
+    }
+    return s;
+}
+
+// True when the server has closed `fd` (end of stream or reset).
+bool closedByServer(int fd)
+{
+    pollfd p = {fd, POLLIN, 0};
+    if (poll(&p, 1, 0) != 1) {
+        return false;
+    }
+    char c;
+    return recv(fd, &c, 1, MSG_DONTWAIT) <= 0;
+}
+
+class Hostile : public testing::Test {
+protected:
+    void start()
+    {
+        gds.setConfig("addHandler=test\n[test]\nlibFile=" + TestRoot::libDir() +
+                      "/libtesthandler.so\nentryPoint=testhandler_init\n");
+        gds.setEnv("GDS_FRAME_DEADLINE", "2");
+        ASSERT_TRUE(gds.start()) << gds.output();
+    }
+
+    std::string ask(const std::string& text, bool nxtGen = false)
+    {
+        GDSClient::Options o;
+        o.layout = nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
+        o.port = nxtGen ? gds.nxtGenPort() : gds.legacyPort();
+        o.replyTimeoutMs = 10000;
+        GDSClient client(o);
+        client.connect();
+        return client.request(text).text;
+    }
+
+    // Threads and descriptors of the server once it has settled after a
+    // request on each port (the gatherer thread is running by then).
+    void baseline(int& threads, int& fds)
+    {
+        ask("get=");
+        ask("get=", true);
+        // Settled: the same counts twice, 300 ms apart (the threads of the
+        // two requests above end shortly after their replies).
+        threads = -1;
+        for (int i = 0; i < 20; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            int t = threadCount(gds.pid());
+            int f = descriptorCount(gds.pid());
+            if (t == threads && f == fds) {
+                break;
+            }
+            threads = t;
+            fds = f;
+        }
+    }
+
+    TestRoot root{true};
+    GdsProcess gds{root};
+};
+
+TEST_F(Hostile, StalledHalfFramesAreClosedAtTheDeadline)
+{
+    gds.setEnv("GDS_MAX_CONNECTIONS", "400");
+    start();
+    int threads = 0, fds = 0;
+    baseline(threads, fds);
+    std::vector<int> clients;
+    for (int i = 0; i < 300; ++i) {
+        bool nxtGen = i % 2 == 1;
+        int fd = connectTo(nxtGen ? gds.nxtGenPort() : gds.legacyPort());
+        ASSERT_GE(fd, 0) << i;
+        // A legacy header declaring the longest text, or part of a JSON text.
+        std::string half = nxtGen ? be32(100) + "{\"Magic\":\"BE" : be32(8096) + be32(0) + "BEEFpart";
+        ASSERT_EQ(static_cast<ssize_t>(half.size()), send(fd, half.data(), half.size(), 0));
+        clients.push_back(fd);
+    }
+    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) > threads + 100; }, 10));
+    // Deadline 2 s, plus a generous margin for a loaded machine.
+    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) <= threads && descriptorCount(gds.pid()) <= fds; }, 20))
+        << threadCount(gds.pid()) << " threads, " << descriptorCount(gds.pid()) << " descriptors";
+    int open = 0;
+    for (int fd : clients) {
+        open += !closedByServer(fd);
+        close(fd);
+    }
+    EXPECT_EQ(0, open);
+    EXPECT_NE(std::string::npos, gds.output().find("not complete within 2 s, closing the connection"));
+    EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
+}
+
+TEST_F(Hostile, PeerThatNeverReadsIsClosed)
+{
+    start();
+    int threads = 0, fds = 0;
+    baseline(threads, fds);
+    int fd = connectTo(gds.legacyPort());
+    ASSERT_GE(fd, 0);
+    int small = 4096;
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    fcntl(fd, F_SETFL, O_NONBLOCK);
+    // Requests whose replies pile up unread until the server's writes stall.
+    std::string text = "get=testEcho(" + std::string(7000, 'z') + ")";
+    std::string frame = be32(static_cast<int>(text.size()) + 4) + be32(0) + "BEEF" + text;
+    // Send until the server gives up on the connection (its reply writes
+    // stall, it closes, and sending fails); a bounded number of tries.
+    size_t sent = 0;
+    bool closed = false;
+    for (int i = 0; i < 3000 && !closed; ++i) {
+        ssize_t n = send(fd, frame.data() + sent % frame.size(), frame.size() - sent % frame.size(), MSG_NOSIGNAL);
+        if (n > 0) {
+            sent += static_cast<size_t>(n);
+        } else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+            closed = true;
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+    EXPECT_TRUE(closed);
+    EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) <= threads; }, 20)) << threadCount(gds.pid());
+    EXPECT_NE(std::string::npos, gds.output().find("could not be written")) << gds.output().substr(0, 2000);
+    close(fd);
+    EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
+}
+
+TEST_F(Hostile, IdleConnectionsBeyondTheCapMakeRoom)
+{
+    gds.setEnv("GDS_MAX_CONNECTIONS", "32");
+    start();
+    std::vector<int> idle;
+    for (int i = 0; i < 40; ++i) {
+        int fd = connectTo(i % 2 == 0 ? gds.legacyPort() : gds.nxtGenPort());
+        ASSERT_GE(fd, 0);
+        idle.push_back(fd);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // distinct idle times
+    }
+    // A new client is answered although 40 clients sit idle.
+    EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
+    // The oldest ones made room; the newest is still served.
+    EXPECT_TRUE(waitFor([&] { return closedByServer(idle[0]); }, 10));
+    std::string text = "get=";
+    std::string frame = be32(static_cast<int>(text.size()) + 4) + be32(0) + "BEEF" + text;
+    int newest = idle[38];  // legacy
+    ASSERT_EQ(static_cast<ssize_t>(frame.size()), send(newest, frame.data(), frame.size(), 0));
+    pollfd p = {newest, POLLIN, 0};
+    EXPECT_EQ(1, poll(&p, 1, 10000));
+    char header[8];
+    EXPECT_EQ(8, recv(newest, header, sizeof header, MSG_WAITALL));
+    for (int fd : idle) {
+        close(fd);
+    }
+    EXPECT_NE(std::string::npos, gds.output().find("to admit a new client"));
+}
+
+TEST_F(Hostile, RequestsCannotForgeOrFloodLogLines)
+{
+    root.writeFile("/tmp/gdsprint_override", "");
+    start();
+    ask("get=hostname\n(1)[2026-01-01 00:00:00] GDS_DBG_ERROR: interface admin => set=forged and ret=0");
+    std::string audit = root.readFile("/var/log/gds.log");
+    EXPECT_EQ(1, std::count(audit.begin(), audit.end(), '\n')) << audit;
+    EXPECT_NE(std::string::npos, audit.find("get=hostname\\n(1)")) << audit;
+
+    // 8,088 empty items: the log gets a bounded number of lines for them.
+    std::string output = gds.output();
+    size_t before = std::count(output.begin(), output.end(), '\n');
+    ask("get=" + std::string(8088, ','));
+    ask("set=" + std::string(4000, ',') + "\x01:1");
+    EXPECT_TRUE(waitFor([&] { return gds.output().find("more log lines for the items") != std::string::npos; }, 5));
+    output = gds.output();
+    size_t after = std::count(output.begin(), output.end(), '\n');
+    EXPECT_LT(after - before, 200u) << output.substr(output.size() > 3000 ? output.size() - 3000 : 0);
+}
+
+}  // namespace
