@@ -643,9 +643,31 @@ void ConnectionHandler::writeErrorReply(const char* format, const char* message)
     if (rawReply != 0) {
         return;
     }
+    // The reply must stay well-formed whatever an agent put in its message
+    // (often an echo of the request): "&", "<" and ">" are escaped, and a
+    // message too long for the 1023-byte buffer is cut before the closing
+    // tag, never inside an escape, so the element always ends.
+    std::string text;
+    for (const char* p = message; *p != '\0'; ++p) {
+        switch (*p) {
+            case '&': text += "&amp;"; break;
+            case '<': text += "&lt;"; break;
+            case '>': text += "&gt;"; break;
+            default: text += *p;
+        }
+    }
     char buffer[1023];
+    const size_t room = sizeof buffer - 1 - (strlen(format) - 2);
+    if (text.size() > room) {
+        size_t cut = room;
+        size_t amp = text.rfind('&', cut - 1);
+        if (amp != std::string::npos && text.find(';', amp) >= cut) {
+            cut = amp;
+        }
+        text.resize(cut);
+    }
     m_socket.writeString("<status>error</status>");
-    snprintf(buffer, sizeof buffer, format, message);
+    snprintf(buffer, sizeof buffer, format, text.c_str());
     m_socket.writeString(buffer);
     m_socket.writeString("</root>");
 }
@@ -807,7 +829,7 @@ int ConnectionHandler::processRequest()
     } catch (RequestFormatException& e) {
         m_log.logInfo("ConnectionHandler::processRequest: RequestFormatException");
         gds_debug_log(1, "interface %s => %s RequestFormatException\n", iface, requestBuffer);
-        writeErrorReply("%s", "<errorMsg>Bad request format</errorMsg>");
+        writeErrorReply("<errorMsg>%s</errorMsg>", "Bad request format");
     } catch (const char* message) {
         if (message == nullptr) {
             message = "";
@@ -818,7 +840,7 @@ int ConnectionHandler::processRequest()
     } catch (...) {
         m_log.logInfo("ConnectionHandler::processRequest: Exception of unknown type while processing request.\n");
         gds_debug_log(1, "interface %s => %s and unknown \n", iface, requestBuffer);
-        writeErrorReply("%s", "<errorMsg>Unexpected error</errorMsg>");
+        writeErrorReply("<errorMsg>%s</errorMsg>", "Unexpected error");
     }
     if (rawReply == 0) {
         m_socket.sendResponsePacket(true);

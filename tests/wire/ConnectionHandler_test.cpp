@@ -10,7 +10,10 @@
 #include "AgentHarness.h"
 #include "ConnectionManager.h"
 #include "GUIDataServer.h"
+#include "ProcessingException.h"
+#include "StubAgent.h"
 #include "TestRoot.h"
+#include "XmlCheck.h"
 
 namespace {
 
@@ -143,6 +146,29 @@ TEST(RequestKinds, RawReplyHasNoEnvelope)
               h.request("set=a:1,b", 0x7f));
     EXPECT_EQ("", h.request("set=a:1,b", 0x01000000));
     EXPECT_EQ("", h.request("get=", 0x01000000));
+}
+
+// Error messages often echo the request: whatever they hold, the error reply
+// stays well-formed and keeps its closing tags, also when the message is
+// longer than the reply's buffer.
+TEST(RequestKinds, ErrorRepliesStayWellFormed)
+{
+    struct Thrower : StubAgent {
+        using StubAgent::StubAgent;
+        std::string message;
+        int preProcessGet(std::string&, std::string&) override { throw ProcessingException(0, message.c_str()); }
+    };
+    const std::string messages[] = {"plain", "a <b> & c", std::string(2000, 'x'), std::string(1010, 'x') + "&&&&&&",
+                                    std::string(1000, '<')};
+    for (const std::string& message : messages) {
+        AgentHarness h;
+        auto* agent = new Thrower(h.dataHandler());
+        agent->message = message;
+        h.dataHandler().addAgent("boom", agent);
+        std::string reply = h.request("get=boom");
+        EXPECT_TRUE(isWellFormedXml(reply)) << reply;
+        EXPECT_NE(std::string::npos, reply.find("</errorMsg></root>")) << reply;
+    }
 }
 
 }  // namespace
