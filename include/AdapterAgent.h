@@ -127,6 +127,11 @@ public:
         kGetPropertyCount
     };
 
+    // Tool output made safe for the framework's conversion: control bytes
+    // dropped, values escaped, lines whose key is no XML name dropped, each
+    // element short enough to be written whole, an open document closed.
+    static std::string wellFormedOutput(const std::string& output);
+
 protected:
     // A tool's output as a stream; the child starts clean (no inherited
     // sockets or signal dispositions). Closing gives the exit status.
@@ -150,7 +155,7 @@ protected:
     static bool plainWord(const std::string& text);
     int runQuery(const char* command, GUIDataSocket& socket, const char* tag, bool wrapList, bool extended);
     int uplinkChild(GUIDataSocket& socket);
-    std::string mp(const char* rest);
+    void loadCardsLocked();  // loadCards with m_mutex held
     // Clears the fields that set requests record.
     void resetSetFields();
 

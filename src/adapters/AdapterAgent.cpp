@@ -135,11 +135,16 @@ size_t AdapterAgent::cachedCardCount()
 
 void AdapterAgent::loadCards()
 {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    loadCardsLocked();
+}
+
+void AdapterAgent::loadCardsLocked()
+{
     // Beyond the original, which tests and reads the cache without the lock
     // while another connection may refill it: the whole test-and-refill runs
-    // under the lock, so a lookup never sees a half-filled map and two
-    // connections never list the cards at the same time.
-    std::lock_guard<std::mutex> lock(m_mutex);
+    // under the lock (the caller holds it), so a lookup never sees a
+    // half-filled map and two connections never list the cards at once.
     int latestMode = -1;
     int latestSlot = -1;
     if (!cardsById.empty()) {
@@ -181,11 +186,14 @@ void AdapterAgent::loadCards()
 
 void AdapterAgent::locateMPAddress(const char* method, int slot, std::string& mac, std::string& interface)
 {
-    loadCards();
     size_t count = 0;
     bool found = false;
     {
-        std::lock_guard<std::mutex> lock(m_mutex);  // a copy out, never a reference into the map
+        // Refill and lookup under one lock: a refresh by another connection
+        // cannot come in between, and the values are copied out, never
+        // referenced into the map.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        loadCardsLocked();
         count = cardsById.size();
         auto it = cardsById.find(slot);
         if (it != cardsById.end()) {
@@ -280,11 +288,6 @@ bool AdapterAgent::format(char* buffer, size_t size, const char* fmt, ...)
         return false;
     }
     return true;
-}
-
-std::string AdapterAgent::mp(const char* rest)
-{
-    return PlatformRoot::path(mptoolPath()) + " -i " + m_cardInterface + " " + m_cardMac + " " + rest;
 }
 
 bool AdapterAgent::Pipe::open(const char* command)

@@ -325,9 +325,65 @@ int AdapterAgent::preProcessGet(std::string& name, std::string& extra)
     return 1;
 }
 
+std::string AdapterAgent::wellFormedOutput(const std::string& output)
+{
+    std::string result;
+    bool open = false;
+    size_t start = 0;
+    while (start < output.size()) {
+        size_t end = output.find('\n', start);
+        std::string line = output.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        start = end == std::string::npos ? output.size() : end + 1;
+        std::string clean;
+        for (char c : line) {
+            if (static_cast<unsigned char>(c) >= 0x20 || c == '\t') {
+                clean += c;
+            }
+        }
+        if (clean.compare(0, 3, "---") == 0) {
+            result += "---\n";
+            open = true;
+            continue;
+        }
+        if (clean.compare(0, 3, "...") == 0) {
+            result += "...\n";
+            open = false;
+            continue;
+        }
+        size_t colon = clean.find(':');
+        if (colon == std::string::npos || colon > 64 || !xmlName(clean.c_str(), colon)) {
+            continue;  // gives no element, or no well-formed one
+        }
+        // The element "<key>value</key>" must fit the conversion's 355
+        // characters whole; the value is cut before an escape, never inside.
+        std::string value = colon + 2 <= clean.size() ? xmlText(clean.c_str() + colon + 2) : "";
+        size_t room = 355 - 2 * colon - 5;
+        if (value.size() > room) {
+            size_t cut = value.rfind('&', room);
+            value.resize(cut != std::string::npos && value.find(';', cut) >= room ? cut : room);
+        }
+        result += clean.substr(0, colon) + ": " + value + "\n";
+    }
+    if (open) {
+        result += "...\n";  // a tool that stopped early leaves no element open
+    }
+    return result;
+}
+
 int AdapterAgent::runQuery(const char* command, GUIDataSocket& socket, const char* tag, bool wrapList, bool extended)
 {
-    return queryBackend(command, socket, tag, m_backendError, m_backendErrorText, kNoData, kAgent, wrapList, extended);
+    if (extended) {
+        return queryBackend(command, socket, tag, m_backendError, m_backendErrorText, kNoData, kAgent, wrapList, true);
+    }
+    // Beyond the framework's conversion, which writes tool text as it comes:
+    // the output is collected first and made safe (see wellFormedOutput),
+    // then converted as prepared text; the tool's exit status still decides.
+    std::string output;
+    int status = invokeBackend(command, output, kAgent);
+    free(m_backendText);
+    m_backendText = strdup(wellFormedOutput(output).c_str());
+    int rc = queryBackend(command, socket, tag, m_backendError, m_backendErrorText, kNoData, kAgent, wrapList, false);
+    return status == 0 ? rc : -1;
 }
 
 int AdapterAgent::postProcessGet(ConnectionHandler& connection)

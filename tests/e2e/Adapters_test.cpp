@@ -1,0 +1,266 @@
+// Adapter reads against the real server and the simulated cards: every get
+// form's reply, the error replies, hostile names through every form, tool
+// failures of every kind, and a network-mode change refreshing the cards.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "GDSClient.h"
+#include "GdsProcess.h"
+#include "TestRoot.h"
+#include "XmlCheck.h"
+
+namespace {
+
+// The end of a general error reply (what the tool printed before it failed
+// stays in front of it).
+const std::string kGeneralError =
+    "<status>error</status>\n<errorMsg>The current operation failed. BRESK may be running any critical "
+    "operation or in error state. Retry after sometime or reboot BRESK if necessary </errorMsg>\n</root>\n";
+
+std::string errorReply(const std::string& message)
+{
+    return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
+}
+
+bool endsWith(const std::string& text, const std::string& tail)
+{
+    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+class Adapters : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(gds.start()) << gds.output(); }
+
+    std::string get(const std::string& items)
+    {
+        GDSClient::Options o;
+        o.port = gds.legacyPort();
+        o.privileges = 0x7f;
+        o.replyTimeoutMs = 30000;  // tools run on a busy machine
+        GDSClient client(o);
+        client.connect();
+        return client.request("get=" + items).text;
+    }
+    int logged(const std::string& prefix)
+    {
+        std::ifstream log(root.path("/var/cards/commands.log"));
+        int n = 0;
+        for (std::string line; std::getline(log, line);) {
+            n += line.compare(0, prefix.size(), prefix) == 0;
+        }
+        return n;
+    }
+
+    TestRoot root{true};
+    GdsProcess gds{root};
+};
+
+// Every get form: the reply is well-formed, ok, and holds what the
+// simulated cards say (in this order).
+TEST_F(Adapters, EveryGetForm)
+{
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"adapter",
+         {"<root><AdapterList><Adapter><slot-number>1</slot-number><quaile-mac>70:df:2f:86:a1:10</quaile-mac>",
+          "<Adapter><slot-number>2</slot-number><vorn-mac>70:df:2f:86:a2:20</vorn-mac><virtual-eth-if>vmp2",
+          "<num-fc-host-ifs>2</num-fc-host-ifs></Adapter></AdapterList><status>ok"}},
+        {"adapter[2]", {"<AdapterList><Adapter><slot-number>1</slot-number>", "<slot-number>2</slot-number>"}},
+        {"adapter[2 1]",
+         {"<root><AdapterList><Adapter><slot-number>2</slot-number>",
+          "<current-fw-version>5.1(3a)</current-fw-version>",
+          "<passthrough>disabled</passthrough></Adapter><description>rack 4 uplink card</description></AdapterList>"
+          "<pts-enic-count-resultList><pts-enic-count-result><pts-eth-count>2</pts-eth-count>"}},
+        {"adapterFW[2]",
+         {"<root><AdapterFWList><AdapterFW><fw-id>1</fw-id><version>5.1(3a)</version><state>running</state>"
+          "</AdapterFW><AdapterFW><fw-id>2</fw-id>"}},
+        {"adapterFWStatus[2]", {"<root><AdapterFWStatusList><AdapterFWStatus><update-status>idle</update-status>"}},
+        {"tarqAdapterFWVerAndStatus[1]", {"<version>4.5(1b)</version>", "</AdapterFWList><AdapterFWStatusList>"}},
+        {"adapterPcieLinkWidth[2]", {"<root><adapterPcieLinkWidth>x8</adapterPcieLinkWidth><status>ok"}},
+        {"enic[2]", {"<root><EnicList><Enic><name>eth0</name>", "<Enic><name>eth1</name>", "</Enic></EnicList>"}},
+        {"enic[2 eth0]", {"<root><EnicList><Enic><name>eth0</name><type>eth</type><order>0</order>"}},
+        {"fnic[2]", {"<FnicList><Fnic><name>fc0</name>", "<Fnic><name>fc1</name>"}},
+        {"ptsEnic[2]", {"<PTSEnicList><PTSEnic><name>eth1</name>", "</PTSEnic></PTSEnicList><status>ok"}},
+        {"iscsiBoot[2]", {"<root><iscsiBootCount>1</iscsiBootCount>"}},
+        {"iscsiBoot[2 eth0]", {"<iscsiBootList><iscsiBoot><name>eth0</name><iscsi-boot>enabled</iscsi-boot>"}},
+        {"iscsiBoot[2 eth1]", {"<iscsiBoot><name>eth1</name><iscsi-configured>no</iscsi-configured>"}},
+        {"usnicConfig[2 eth0]", {"<usnicConfigList><usnicConfig><name>eth0</name><usnic-count>16</usnic-count>"}},
+        {"fnicChild[2 BootTable fc0]",
+         {"<BootTableList><BootTable><boot-entry>0</boot-entry>", "<BootTable><boot-entry>1</boot-entry>"}},
+        {"fnicChild[1 Perbi fc0]", {"<PerbiList><Perbi><perbi-entry>0</perbi-entry>"}},
+        {"adapterChild[2 Uplink]",
+         {"<UplinkList><Uplink><uplink-id>0</uplink-id>", "<LinkStatusList><LinkStatus><uplink-id>0</uplink-id>",
+          "<ConnectorInfoList><ConnectorInfo><uplink-id>0</uplink-id>"}},
+        {"adapterChild[2 Uplink 1]", {"<UplinkList><Uplink><uplink-id>1</uplink-id>", "</ConnectorInfoList>"}},
+        {"adapterChild[2 PortProfiles 0]",
+         {"<root><name>prof1</name><uplink-id>0</uplink-id><vlan>100</vlan><name>storage</name>"}},
+        {"portProfileExists[2 0 prof1]", {"<port-profile-check>", "<port-profile-exists>yes</port-profile-exists>"}},
+        {"portProfileExists[2 1 prof1]", {"<port-profile-exists>no</port-profile-exists>"}},
+        {"channelStatus[2 0 eth0 5]", {"<channel-status-result>", "<channel-status>up</channel-status>"}},
+        {"channelStatus[2 0 eth0 6]", {"<channel-status>down</channel-status>"}},
+        {"bootableVnicCount[2]",
+         {"<root><boot-enabled-vnics-count>2</boot-enabled-vnics-count><max-bootable-vnics>4</max-bootable-vnics>"}},
+        {"ptsEnicCount[2]", {"<pts-enic-count-resultList><pts-enic-count-result><pts-eth-count>2</pts-eth-count>"}},
+        {"allAdapterDetails",
+         {"<root><AdapterList><Adapter><slot-number>1</slot-number><card-type>HVC-1387</card-type><product-name>"
+          "HVC-1387 Dual Port 40G MLOM</product-name><hw-revision>2</hw-revision><standby-power>enabled"
+          "</standby-power><actions-blocked>no</actions-blocked></Adapter>"}},
+        {"allKORIEStatus", {"<root><allKORIEStatus>NONE</allKORIEStatus>"}},
+        {"numOfAdaptors,numOfFcHostIfs",
+         {"<root><numOfAdaptors>2</numOfAdaptors>\n<numOfFcHostIfs>4</numOfFcHostIfs>"}},
+        {"numOfEthHostIfs", {"<root><numOfEthHostIfs>4</numOfEthHostIfs>"}},
+        {"nextOrder", {"<root><nextOrder>NA</nextOrder><status>ok"}},
+        {"isVnicAvailable[2]", {"<root><avail>1</avail><status>ok"}},
+        // only the first adapter property of a request is answered
+        {"isVnicAvailable,nextOrder", {"<root><nextOrder>NA</nextOrder><status>ok"}},
+    };
+    for (const auto& [request, fragments] : cases) {
+        std::string reply = get(request);
+        EXPECT_TRUE(isWellFormedXml(reply)) << request << "\n" << reply;
+        EXPECT_NE(std::string::npos, reply.find("<status>ok</status>")) << request << "\n" << reply;
+        size_t at = 0;
+        for (const std::string& fragment : fragments) {
+            size_t found = reply.find(fragment, at);
+            EXPECT_NE(std::string::npos, found) << request << ": " << fragment << "\n" << reply;
+            at = found == std::string::npos ? at : found + fragment.size();
+        }
+    }
+    // the running/startup configuration section of the adapter never shows
+    EXPECT_EQ(std::string::npos, get("adapter[2 1]").find("kor-"));
+}
+
+TEST_F(Adapters, ErrorReplies)
+{
+    const std::pair<const char*, std::string> cases[] = {
+        {"enic", errorReply("card index required for get=enic ")},
+        {"adapterFW[x]", errorReply("invalid index specified for get=adapterFW[[x]] ")},
+        {"adapterFW[-1]", errorReply("invalid index specified for get=adapterFW[[-1]] ")},
+        {"adapterFW[9]", errorReply("9 not a managed card for method adapterFW. 2 cards are discovered")},
+        {"adapterChild[1 PortProfiles]", errorReply(" missing uplid PortProfiles for get=adapterChild ")},
+        {"channelStatus[1 2 eth0 5]", errorReply(" invalid childIndex 2 for get=channelStatus ")},
+        {"usnicConfig[1]", errorReply("GDS usnicConfig command missing eth vNIC name input parameter.")},
+        {"enic[2 eth7]", kGeneralError},                                       // the tool fails: no such vNIC
+        {"adapterChild[2 Uplink 3]", "<root><status>ok</status>\n</root>\n"},  // no such uplink: nothing shown
+    };
+    for (const auto& [request, expected] : cases) {
+        std::string reply = get(request);
+        EXPECT_TRUE(expected == kGeneralError ? endsWith(reply, expected) : reply == expected) << request << "\n"
+                                                                                               << reply;
+    }
+}
+
+// Tool output of any shape and tools that fail in every way: an error reply
+// or the elements that made sense, always a well-formed reply.
+TEST_F(Adapters, ToolFailures)
+{
+    struct Case {
+        const char* fault;  // file under /var/cards/faults
+        const char* text;
+        const char* request;
+        std::string expected;  // whole reply, or "" for any well-formed reply
+    };
+    const std::string longLine = "k: " + std::string(400, 'x') + "\n";
+    const Case cases[] = {
+        {"mptool-vorn_getadapter", "---\nerror: Card not present\n...\nexit: 0\n", "adapter[2 1]",
+         "<root><AdapterList><Adapter><error>Card not present</error></Adapter><description>rack 4 uplink card"
+         "</description></AdapterList><status>error</status><errorMsg>Card not present</errorMsg></root>"},
+        {"mptool-vorn_getadapter", "error: No Storage Data\nexit: 0\n", "adapter[2 1]", ""},
+        {"mptool-fwlist", "---\nfw-id: 1\nexit: 3\n", "adapterFW[2]", kGeneralError},
+        {"mptool-fwstatus", "sleep: 0.5\n---\nupdate-status: idle\n...\nexit: 0\n", "adapterFWStatus[2]",
+         "<root><AdapterFWStatusList><AdapterFWStatus><update-status>idle</update-status></AdapterFWStatus>"
+         "</AdapterFWStatusList><status>ok</status>\n</root>\n"},
+        {"mptool-vorn_getadapter", ("---\n<b>: 1\nk: a<b>&\n\x01\x02: x\n" + longLine + "exit: 0\n").c_str(),
+         "adapter[2 1]", ""},
+        {"mptool-vorn_bootable_vnics", "num-bootable-vnics: 3\nexit: 9\n", "bootableVnicCount[2]", kGeneralError},
+        {"mptool-vorn_listethvnics", "exit: 1\n", "iscsiBoot[2]", kGeneralError},
+        // the pipeline's status is its last command's
+        {"cardutil-P", "PCIe link width:   x4\nexit: 1\n", "adapterPcieLinkWidth[2]",
+         "<root><adapterPcieLinkWidth>x4</adapterPcieLinkWidth><status>ok</status>\n</root>\n"},
+    };
+    for (const Case& c : cases) {
+        std::string file = "/var/cards/faults/" + std::string(c.fault);
+        root.writeFile(file, c.text);
+        std::string reply = get(c.request);
+        EXPECT_TRUE(isWellFormedXml(reply)) << c.fault << "\n" << reply;
+        if (c.expected == kGeneralError) {
+            EXPECT_TRUE(endsWith(reply, kGeneralError)) << c.fault << "\n" << reply;
+        } else if (!c.expected.empty()) {
+            EXPECT_EQ(c.expected, reply) << c.fault;
+        }
+        unlink(root.path(file).c_str());
+    }
+    // a missing tool
+    unlink(root.path("/opt/flash/halvric/bin/mptool").c_str());
+    EXPECT_TRUE(endsWith(get("adapterFW[2]"), kGeneralError));
+    unlink(root.path("/usr/local/bin/cardutil").c_str());
+    EXPECT_TRUE(endsWith(get("adapter"), kGeneralError));
+}
+
+// Hostile names through every form that takes one: refused before any
+// command runs; the canary file is never made.
+TEST_F(Adapters, HostileNames)
+{
+    const std::string canary = root.path("/tmp/canary");
+    const std::string hostile[] = {
+        ";touch " + canary,    "`touch " + canary + "`", "$HOME", "a\"b", "a\x7f", "-x", "..\\x", "a|b",
+        std::string(4096, 'n')};
+    const char* forms[] = {"enic[2 %]",
+                           "iscsiBoot[2 %]",
+                           "usnicConfig[2 %]",
+                           "ptsEnic[2 %]",
+                           "fnic[2 %]",
+                           "fnicChild[2 BootTable %]",
+                           "adapterChild[2 Uplink %]",
+                           "portProfileExists[2 0 %]",
+                           "channelStatus[2 0 % 5]"};
+    int before = logged("mptool");
+    for (const std::string& text : hostile) {
+        for (const char* form : forms) {
+            std::string request = form;
+            request.replace(request.find('%'), 1, text);
+            std::string reply = get(request);
+            EXPECT_TRUE(isWellFormedXml(reply)) << request;
+            EXPECT_NE(std::string::npos, reply.find("<status>error</status>")) << request << "\n" << reply;
+        }
+    }
+    EXPECT_FALSE(root.exists("/tmp/canary"));
+    EXPECT_EQ(before, logged("mptool"));
+    // a line end splits the token forms (a plain separator there) but is
+    // refused inside a slot-first name
+    EXPECT_NE(std::string::npos, get("enic[2 a\nb]").find("<errorMsg>Invalid characters in an argument of enic"));
+    // "../" is a plain word for the shell; the tool refuses it as a name
+    EXPECT_TRUE(endsWith(get("enic[2 ../card]"), kGeneralError));
+}
+
+// A listing that fails or says nothing leaves no cards to resolve.
+TEST_F(Adapters, ListingFailures)
+{
+    const char* faults[][3] = {{"no listing\nexit: 0\n", "adapter[1 1]", "adapter"},
+                               {"---\nslot-number: 1\nexit: 4\n", "enic[1]", "enic"}};
+    for (auto& [text, request, method] : faults) {
+        root.writeFile("/var/cards/faults/cardutil-L", text);
+        EXPECT_EQ(errorReply(std::string("1 not a managed card for method ") + method + ". 0 cards are discovered"),
+                  get(request));
+    }
+    root.writeFile("/var/cards/faults/cardutil-L", "exit: 2\n");
+    EXPECT_EQ("<root><numOfAdaptors>0</numOfAdaptors>\n<status>ok</status>\n</root>\n", get("numOfAdaptors"));
+}
+
+TEST_F(Adapters, NetworkModeChangeRefreshesCards)
+{
+    get("adapterFW[2]");
+    get("adapterFW[2]");
+    int listings = logged("cardutil -L");
+    get("enic[1]");
+    EXPECT_EQ(listings, logged("cardutil -L"));
+    std::string record(992, '\0');
+    record[128] = 3;
+    record[129] = 1;
+    root.writeFile("/var/aim/functions/netGetCurrentIfConfig", "ok\n" + record);
+    get("enic[1]");
+    EXPECT_EQ(listings + 1, logged("cardutil -L"));
+    get("enic[1]");
+    EXPECT_EQ(listings + 1, logged("cardutil -L"));
+}
+
+}  // namespace
