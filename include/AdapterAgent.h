@@ -54,7 +54,7 @@ public:
     // Reads a listing: `onCard` is called for every record once its four
     // (with `details`, seven) values are known; later lines of that record
     // are ignored until the next "---". Lines longer than 255 characters
-    // arrive in pieces, and a piece never matches a key it was cut from.
+    // are ignored.
     template <typename F>
     static void parseCardListing(FILE* listing, bool details, F onCard);
 
@@ -85,7 +85,8 @@ public:
     // "running-kor-cfg" line to the "startup-kor-cfg" line is dropped, as is
     // an error line whose text is `pcCompStr`. Unlike the framework's
     // conversion, values are escaped and lines whose key is no XML name are
-    // dropped, so any tool output gives a well-formed reply.
+    // dropped, and a document still open at the end is closed, so any tool
+    // output gives a well-formed reply. A line keeps its first 355 characters.
     int xmlizeAdapter(FILE* file, GUIDataSocket& socket, const char* element, bool& errorFlag, std::string& errorText,
                       const char* pcCompStr);
     int getAllAdapterDetails(GUIDataSocket& socket);
@@ -198,7 +199,9 @@ void AdapterAgent::parseCardListing(FILE* listing, bool details, F onCard)
         bool startsLine = wholeLine;
         size_t length = strlen(line);
         wholeLine = length > 0 && line[length - 1] == '\n';
-        if (!startsLine) {
+        // A line longer than the buffer is dropped whole: its value would
+        // be cut, and its later pieces are no lines of their own.
+        if (!startsLine || (!wholeLine && length == sizeof line - 1)) {
             continue;
         }
         if (strncmp(line, "---", 3) == 0) {

@@ -638,8 +638,14 @@ int AdapterAgent::xmlizeAdapter(FILE* file, GUIDataSocket& socket, const char* e
     bool open = false;
     bool skipping = false;
     std::string out;
+    bool wholeLine = true;
     while (fgets(line, sizeof line, file) != nullptr) {
+        bool startsLine = wholeLine;
         size_t length = strlen(line);
+        wholeLine = length > 0 && line[length - 1] == '\n';
+        if (!startsLine) {
+            continue;  // the rest of a line longer than 355 characters
+        }
         if (strncmp(line, "error:", 6) == 0) {
             line[strcspn(line, "\r\n")] = '\0';
             const char* text = strlen(line) >= 7 ? line + 7 : "";
@@ -663,7 +669,6 @@ int AdapterAgent::xmlizeAdapter(FILE* file, GUIDataSocket& socket, const char* e
             }
             continue;
         }
-        (void)length;
         line[strcspn(line, "\r\n")] = '\0';
         const char* start = line;
         while (*start == ' ' || *start == '\t') {
@@ -690,6 +695,10 @@ int AdapterAgent::xmlizeAdapter(FILE* file, GUIDataSocket& socket, const char* e
         const char* value = colon[1] == '\0' ? "" : colon + 2;
         std::string key(start, keyLength);
         out = "<" + key + ">" + xmlText(value) + "</" + key + ">";
+        socket.writeString(out.c_str());
+    }
+    if (open) {  // a tool that stopped early leaves no element open
+        out = "</" + std::string(element) + ">";
         socket.writeString(out.c_str());
     }
     return 0;

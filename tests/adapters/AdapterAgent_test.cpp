@@ -181,7 +181,7 @@ TEST_F(AdapterAgentTest, HostileTextRunsNothing)
 TEST_F(AdapterAgentTest, CardListingParser)
 {
     struct Case {
-        const char* listing;
+        std::string listing;
         bool details;
         std::vector<std::string> cards;  // "slot mac interface type"
     };
@@ -199,8 +199,8 @@ TEST_F(AdapterAgentTest, CardListingParser)
          true,
          {}},
         {"---\r\nslot-number: 4\r\nvorn-mac: m\r\nvirtual-eth-if: v\r\ncard-type: T\r\n", false, {"4 m v T"}},
-        // a long line's later pieces never count as keys
-        {("---\nslot-number: 5\n" + longMac + "virtual-eth-if: v\ncard-type: T\n...\n").c_str(), false, {}},
+        // a line longer than the buffer is ignored
+        {"---\nslot-number: 5\n" + longMac + "virtual-eth-if: v\ncard-type: T\n...\n", false, {}},
         {"---\nslot-number:\nvorn-mac:x\n", false, {}},
     };
     for (const Case& c : cases) {
@@ -231,6 +231,8 @@ TEST_F(AdapterAgentTest, ToolOutputToElements)
         {"error: x\n", "<error>x</error>", ""},  // too short to count as an error
         {"   key: a<b&c>\nbad key: 1\n<x>: 2\nnocolon\n", "<key>a&lt;b&amp;c&gt;</key>", ""},
         {"empty:\n...\n", "<empty></empty>", ""},
+        {"---\na: 1\n", "<T><a>1</a></T>", ""},  // closed though the tool stopped early
+        {"k: " + std::string(400, 'x') + ": y\nz: 1\n", "<k>" + std::string(352, 'x') + "</k><z>1</z>", ""},
         {std::string("k: a\x01") + "b\n", "<k>ab</k>", ""},
     };
     for (const Case& c : cases) {

@@ -155,7 +155,7 @@ TEST_F(Adapters, ToolFailures)
 {
     struct Case {
         const char* fault;  // file under /var/cards/faults
-        const char* text;
+        std::string text;
         const char* request;
         std::string expected;  // whole reply, or "" for any well-formed reply
     };
@@ -169,8 +169,7 @@ TEST_F(Adapters, ToolFailures)
         {"mptool-fwstatus", "sleep: 0.5\n---\nupdate-status: idle\n...\nexit: 0\n", "adapterFWStatus[2]",
          "<root><AdapterFWStatusList><AdapterFWStatus><update-status>idle</update-status></AdapterFWStatus>"
          "</AdapterFWStatusList><status>ok</status>\n</root>\n"},
-        {"mptool-vorn_getadapter", ("---\n<b>: 1\nk: a<b>&\n\x01\x02: x\n" + longLine + "exit: 0\n").c_str(),
-         "adapter[2 1]", ""},
+        {"mptool-vorn_getadapter", "---\n<b>: 1\nk: a<b>&\n\x01\x02: x\n" + longLine + "exit: 0\n", "adapter[2 1]", ""},
         {"mptool-vorn_bootable_vnics", "num-bootable-vnics: 3\nexit: 9\n", "bootableVnicCount[2]", kGeneralError},
         {"mptool-vorn_listethvnics", "exit: 1\n", "iscsiBoot[2]", kGeneralError},
         // the pipeline's status is its last command's
