@@ -22,7 +22,34 @@
 
 class AIMClient;
 
-class AdapterAgent : public DataAgent {
+// What a set request asks for, recorded by preProcessSet for postProcessSet;
+// a base of the agent so that one assignment resets it for every request.
+struct AdapterSetFields {
+    std::string m_fipMode, m_vntagMode, m_lldp, m_portChannel, m_passthrough;
+    std::string m_description;
+    bool m_descriptionSet = false;
+    int m_ptsEnicCount = -1;
+    bool m_standbyRequested = false;
+    short m_standbyAction = 0;
+    int m_uplinkNumber = -1;
+    std::string m_uplinkSpeed, m_linkTraining;
+    int m_configOperation = -1;
+    std::string m_remoteProtocol, m_remoteAddress, m_remotePath, m_remoteUser, m_remotePassword;
+    bool m_enicCreate = false, m_enicModify = false, m_fnicCreate = false, m_fnicModify = false;
+    bool m_iscsiBootConfigure = false, m_usnicConfigure = false;
+    int m_usnicCount = -1;
+    bool m_deleteVnic = false, m_iscsiBootDelete = false;
+    bool m_createFnicChild = false, m_deleteFnicChild = false, m_fnicBootTableModify = false;
+    std::string m_bootTargetWwpn;
+    int m_bootTargetLun = -1;
+    bool m_clearPersistentBindings = false, m_adapterReset = false, m_adapterFactoryReset = false;
+    bool m_adapterUpdate = false, m_adapterActivate = false, m_adapterCancelUpdate = false;
+    bool m_updateOption = false;
+    int m_firmwareId = -1;
+    std::vector<int> m_updateSlots;
+};
+
+class AdapterAgent : public DataAgent, protected AdapterSetFields {
 public:
     explicit AdapterAgent(DataHandler& handler);
     ~AdapterAgent() override = default;
@@ -158,7 +185,23 @@ protected:
     int uplinkChild(GUIDataSocket& socket);
     void loadCardsLocked();  // loadCards with m_mutex held
     // Clears the fields that set requests record.
-    void resetSetFields();
+    void resetSetFields() { static_cast<AdapterSetFields&>(*this) = AdapterSetFields(); }
+    // --- set checks ---
+    enum ValType { kAddress = 0, kPath = 1, kProtocol = 2 };
+    // The external validators; throw ProcessingException when they refuse.
+    void validate(ValType type, const std::string& value);
+    // The property validator for one vNIC property; true when it accepts,
+    // its output appended to `output`. `name` and `text` must be plain.
+    bool validate(std::string& value, const std::string& name, std::string& text, std::string& output);
+    bool anySetRecorded() const;
+    void checkSetName(std::string& name, TokenMap& arguments);
+    void vnicIndex(const std::string& name, TokenMap& arguments);
+    void bootTableIndex(TokenMap& arguments);
+    void adapterIndex(TokenMap& arguments);
+    void configRequest(std::vector<std::string>& args);
+    void updateRequest(std::vector<std::string>& args);
+    void slotList(const char* operation, std::vector<std::string>& args, size_t first);
+    void vnicProperties(TokenMap& arguments);
 
     // Per request.
     std::array<bool, kGetPropertyCount> m_get{};

@@ -32,15 +32,16 @@ class Adapters : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(gds.start()) << gds.output(); }
 
-    std::string get(const std::string& items)
+    std::string get(const std::string& items, uint32_t privileges = 0x7f) { return ask("get=" + items, privileges); }
+    std::string ask(const std::string& text, uint32_t privileges)
     {
         GDSClient::Options o;
         o.port = gds.legacyPort();
-        o.privileges = 0x7f;
+        o.privileges = privileges;
         o.replyTimeoutMs = 30000;  // tools run on a busy machine
         GDSClient client(o);
         client.connect();
-        return client.request("get=" + items).text;
+        return client.request(text).text;
     }
     int logged(const std::string& prefix)
     {
@@ -260,6 +261,111 @@ TEST_F(Adapters, NetworkModeChangeRefreshesCards)
     EXPECT_EQ(listings + 1, logged("cardutil -L"));
     get("enic[1]");
     EXPECT_EQ(listings + 1, logged("cardutil -L"));
+}
+
+// Every check of a configuration request answers with its message before
+// anything runs on a card; a request that passes every check is refused
+// (the changes themselves are not available yet), never answered "ok".
+TEST_F(Adapters, SetChecks)
+{
+    const std::string notYet = errorReply("Adapter configuration changes are not available on this controller yet");
+    const std::pair<const char*, std::string> cases[] = {
+        {"deleteVnic(2,eth5)", notYet},
+        {"deleteVnic(1,eth0)", errorReply("invalid card/vnic name/default vnic passed to deleteVnic 1/eth0")},
+        {"deleteVnic(2)", errorReply("invalid arg count to deleteVnic, expecting 2 received 1")},
+        {"deleteVnic(9,eth5)", errorReply("9 not a managed card for method deleteVnic. 2 cards are discovered")},
+        {"iscsiBootDelete(0,eth0)", errorReply("invalid card/vnic name passed to deleteISCSIBoot 0/eth0")},
+        {"adapterReset(0)", errorReply("0 is not a valid slot.")},
+        {"adapterReset(x)", errorReply("x is not a valid slot.")},
+        {"adapterReset(1,2)", errorReply("invalid argument counted for adapterReset(slot)")},
+        {"adapterReset(7)", notYet},  // the card is resolved only when it is reset
+        {"adapterFactoryReset(7)", errorReply(" adapterFactoryReset invalid card (7) passed ")},
+        {"uplinkSpeed(1,3,40Gbps)", notYet},
+        {"uplinkSpeed(1,4,40Gbps)", errorReply("4 is not a valid uplink.")},
+        {"uplinkSpeed(1,1,40gbps)", errorReply("40gbps is not a valid uplink speed.")},
+        {"uplinkSpeed(0,1,Auto)", errorReply("0 is not a valid card.")},
+        {"linkTraining(1,0)",
+         errorReply("Invalid number of parameters (2) for linkTraining(slot, uplinkId=0|1, link_training=on|off")},
+        {"linkTraining(1,0,on)", notYet},
+        {"adapterIndex:2,description:rack 4,fip-mode:Enabled,lldp:disabled", notYet},
+        {"adapterIndex:2,vntag-mode:Enable", errorReply("valid values for vntag-mode are enabled | disabled) Enable ")},
+        {"adapterIndex:2,fip-mode:on", errorReply("valid values for fip-mode are enable | disable) on ")},
+        {"adapterIndex:2,pts-enic-count:112", notYet},
+        {"adapterIndex:2,pts-enic-count:113", errorReply("pts-enic-count must be with in the range of 0 to 112")},
+        {"adapterIndex:2,pts-enic-count:-1", errorReply("pts-enic-count must be with in the range of 0 to 112")},
+        {"adapterIndex:2,description:0123456789012345678901234567890123456789012345678901234567890123", notYet},
+        {"adapterIndex:2,description:01234567890123456789012345678901234567890123456789012345678901234",
+         errorReply("maximum length exceeded for description")},
+        {"adapterIndex:x", errorReply("invalid adapter index specified in x ")},
+        {"enicIndex:2/eth5,action:create,mtu:9000,vlan:100", notYet},
+        {"enicIndex:2/eth5,action:delete",
+         errorReply("'action' property has invalid value in user request for vNIC eth5")},
+        {"enicIndex:2/eth5,mtu:9000", errorReply("'action' property is missing in user request for vNIC eth5")},
+        {"enicIndex:2eth5,action:create", errorReply("vnicIndex in invalid format expecting slot/vnic_name got 2eth5")},
+        {"enicIndex:2/eth5,action:create,mtu:90000",
+         errorReply("Validation failed for property mtu: 90000 (valid: 1500 to 9000)")},
+        {"enicIndex:2/eth5,action:usnicConfigure",
+         errorReply("Cannot configure USNIC interfaces for vNIC eth5. Missing USNIC interfaces count property.")},
+        {"fnicIndex:2/fc0,action:iscsiBootConfigure",
+         errorReply("'action' property has invalid value in user request for vNIC fc0")},
+        {"fnicBTIndex:2/fc0/1,boot-lun-id:3", notYet},
+        {"fnicBTIndex:2/fc0/1/4", errorReply("fnicBTIndex in invalid format expecting slot/vnic_name/child_index got "
+                                             "2/fc0/1/4")},
+        {"createFnicChild(2,BootTable,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,3)", notYet},
+        {"createFnicChild(2,BootTable,fc0,2,zz,3)",
+         errorReply("Validation failed for property boot-target-wwpn: zz (valid: eight hexadecimal byte pairs joined "
+                    "by colons)")},
+        {"createFnicChild(2,Perbi,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,3)",
+         errorReply(" createFnicChild invalid card/childClass (2/Perbi) passed")},
+        {"deleteFnicChild(2,BootTable,fc0)",
+         errorReply("invalid argument counted (3) for deleteFnicChild(slot,child_class,fnic_name,index)")},
+        {"clearPersistentBindings(2)",
+         errorReply("invalid argument counted for clearPeristentBindings(slot,fnic_name)")},
+        {"adapterConfig(0,1)", errorReply("Card slot cannpt be 0")},
+        {"adapterConfig(all,1)", notYet},
+        {"adapterConfig(2,3)", errorReply("invalid parameters passed to adapterConfig(slot, import=0|export=1,"
+                                          "[remoteProtocol,remoteIP,remotepath,remoteUsername, remotePassword])")},
+        {"adapterActivate(1,2,7)", errorReply("invalid slot 7 passed to adapterActivate)")},
+        {"adapterActivate()", errorReply("invalid argument counted for adapterActivate(fw_id, 1, 2,... slotN)")},
+        {"adapterCancelUpdate(1,2)", notYet},
+        {"adapterUpdate(tftp)", errorReply("invalid argument count!")},
+        {"adapterStandby(2,0,1)", notYet},
+        {"adapterStandby(2,2)", errorReply("invalid cardId/action passed to adapterPowerControl2/2")},
+    };
+    for (const auto& [request, expected] : cases) {
+        EXPECT_EQ(expected, ask(std::string("set=") + request, 0x02)) << request;
+    }
+    // without the configuration bit nothing is looked at
+    EXPECT_EQ(errorReply("Insufficient privileges for method deleteVnic "), ask("set=deleteVnic(1,eth0)", 0x7d));
+    // standby off while the host is off would cut the management link
+    root.writeFile("/var/aim/props/netMode", "str\n4\n");
+    EXPECT_EQ(errorReply("Host power is off. Deactivating standby may cause loss of management connectivity."),
+              ask("set=adapterStandby(2,0)", 0x02));
+    // hostile texts run nothing
+    const std::string canary = root.path("/tmp/canary");
+    const std::string hostile[] = {"$(touch " + canary + ")", "`touch " + canary + "`", "-x", "a\"b"};
+    const char* forms[] = {"deleteVnic(2,%)",
+                           "iscsiBootDelete(2,%)",
+                           "clearPersistentBindings(2,%)",
+                           "deleteFnicChild(2,BootTable,%,1)",
+                           "deleteFnicChild(2,BootTable,fc0,%)",
+                           "linkTraining(2,0,%)",
+                           "enicIndex:2/%,action:create",
+                           "enicIndex:2/eth5,action:create,%:1",
+                           "enicIndex:2/eth5,action:create,mtu:%",
+                           "fnicBTIndex:2/%/1",
+                           "adapterIndex:2,lldp:%"};
+    for (const std::string& text : hostile) {
+        for (const char* form : forms) {
+            std::string request = form;
+            request.replace(request.find('%'), 1, text);
+            std::string reply = ask("set=" + request, 0x02);
+            EXPECT_TRUE(isWellFormedXml(reply)) << request;
+            EXPECT_NE(std::string::npos, reply.find("<status>error</status>")) << request;
+            EXPECT_EQ(std::string::npos, reply.find(canary)) << request << "\n" << reply;
+        }
+    }
+    EXPECT_FALSE(root.exists("/tmp/canary"));
 }
 
 }  // namespace
