@@ -202,6 +202,9 @@ protected:
     void updateRequest(std::vector<std::string>& args);
     void slotList(const char* operation, std::vector<std::string>& args, size_t first);
     void vnicProperties(TokenMap& arguments);
+    // Actions.
+    void adapterParameters();
+    [[noreturn]] void notYetAvailable();
 
     // Per request.
     std::array<bool, kGetPropertyCount> m_get{};

@@ -3,6 +3,9 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+#include <unistd.h>
+
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +15,7 @@
 #include "PlatformRoot.h"
 #include "ProcessingException.h"
 #include "SecurityException.h"
+#include "card_config.h"
 #include "log_tlog.h"
 #include "safeexec.h"
 
@@ -37,6 +41,7 @@ const char* const kSetNames[] = {"adapterIndex",
                                  "adapterCancelUpdate",
                                  nullptr};
 
+const char kCardUtil[] = "/usr/local/bin/cardutil";
 const char kConfigFile[] = "/mnt/scratchpad/ie_config.xml";
 const char kPropValidator[] = "/usr/cli/classes/cli_prop_validator";
 
@@ -655,12 +660,142 @@ void AdapterAgent::updateRequest(std::vector<std::string>& args)
 
 int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& arguments)
 {
-    // The checks above are complete; carrying the changes out on the cards
-    // is not part of this build yet. A checked request is refused rather
-    // than answered "ok" without a change.
-    if (anySetRecorded()) {
-        m_status = 2;
-        throw ProcessingException("Adapter configuration changes are not available on this controller yet");
+    const std::string tool = PlatformRoot::path(mptoolPath());
+    const char* mpt = tool.c_str();
+    const char* vif = m_cardInterface.c_str();
+    const char* mac = m_cardMac.c_str();
+    char command[1024];
+    std::string output;
+    int status = 0;
+    // Exactly one operation runs (the first recorded, in this order); the
+    // adapter parameters follow in every case.
+    if (m_standbyRequested) {
+        if (format(command, sizeof command, m_standbyAction == 1 ? "%s -a %d" : "%s -i %d",
+                   PlatformRoot::path(kCardUtil).c_str(), m_cardIndex)) {
+            status = system_secure(command);
+            if (status != 0) {
+                m_log.logError(" standby command (%s) failed with status %d\n", command, status);
+                m_status = 2;
+            }
+        } else {
+            m_status = 2;
+        }
+    } else if (!m_uplinkSpeed.empty() || !m_linkTraining.empty() || m_configOperation != -1 || m_enicCreate ||
+               m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
+        notYetAvailable();
+    } else if (m_deleteVnic) {
+        if (format(command, sizeof command, "%s -i %s %s vorn_delete_vnic \"%s\"", mpt, vif, mac, m_vnicName.c_str()) &&
+            (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
+            m_log.logError("delete vnic command (%s) failed with status %d\n", command, status);
+            m_status = 2;
+        }
+    } else if (m_iscsiBootDelete || m_createFnicChild || m_deleteFnicChild || m_fnicBootTableModify) {
+        notYetAvailable();
+    } else if (m_clearPersistentBindings) {
+        if (format(command, sizeof command, "%s -i %s %s ping", mpt, vif, mac) &&
+            (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
+            m_log.logError("command clear perbi (%s) failed with status %d\n", command, status);
+            m_status = 2;
+        }
+    } else if (m_adapterReset) {
+        notYetAvailable();
+    } else if (m_adapterFactoryReset) {
+        if (format(command, sizeof command, "%s -i %s %s restoredefconfig", mpt, vif, mac) &&
+            (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
+            m_log.logError("command (%s) failed with status %d\n", command, status);
+            m_status = 2;
+        }
+    } else if (m_adapterUpdate || m_adapterActivate || m_adapterCancelUpdate) {
+        notYetAvailable();
     }
+    adapterParameters();
     return m_status;
+}
+
+void AdapterAgent::notYetAvailable()
+{
+    // The checks of every operation are complete; these actions are not part
+    // of this build yet. A checked request is refused rather than answered
+    // "ok" without a change.
+    m_status = 2;
+    throw ProcessingException("Adapter configuration changes are not available on this controller yet");
+}
+
+void AdapterAgent::adapterParameters()
+{
+    struct Parameter {
+        const char* name;
+        const std::string* value;
+        const char* failure;
+    };
+    const Parameter parameters[] = {
+        {"fip-mode", &m_fipMode, " set fip-mode command (%s) failed with status %d (%s)\n"},
+        {"vntag-mode", &m_vntagMode, " set niv-mode command (%s) failed with status %d (%s)\n"},
+        {"lldp", &m_lldp, " set lldp command (%s) failed with status %d (%s)\n"},
+        {"portchannel", &m_portChannel, " set portchannel command (%s) failed with status %d (%s)\n"},
+        {"passthrough", &m_passthrough, " set passthrough command (%s) failed with status %d (%s)\n"},
+    };
+    char command[1024];
+    for (const Parameter& p : parameters) {
+        if (p.value->empty()) {
+            continue;
+        }
+        // The tool reads "name value" lines on its standard input; the line
+        // goes through a private file (the value was checked to be one plain
+        // word, so it adds no line).
+        std::string file = PlatformRoot::path("/tmp/mpt_adapterparam." + std::to_string(getpid()) + "." +
+                                              std::to_string(reinterpret_cast<uintptr_t>(this)));
+        FILE* f = fopen(file.c_str(), "w");
+        bool written = f != nullptr && fprintf(f, "%s %s \n", p.name, p.value->c_str()) > 0;
+        if (f != nullptr) {
+            written = fclose(f) == 0 && written;
+        }
+        int status = -1;
+        if (written && format(command, sizeof command, "%s -i %s %s vorn_setadapter_param < %s",
+                              PlatformRoot::path(mptoolPath()).c_str(), m_cardInterface.c_str(), m_cardMac.c_str(),
+                              file.c_str())) {
+            log_tlog(1, "AdapterAgentSet.cpp %d: cmd(%s)\n", __LINE__, command);
+            std::string output;
+            status = invokeBackend(command, output, "AdapterAgent");
+        }
+        unlink(file.c_str());
+        if (status != 0) {
+            m_log.logError(p.failure, command, status, p.value->c_str());
+            m_status = 2;
+        }
+        if (p.value == &m_portChannel) {
+            config* cfg = nullptr;
+            if (get_card_config(&cfg) == 0) {
+                card* c = get_card_by_pci_slot_id(cfg, static_cast<unsigned char>(m_cardIndex));
+                if (c != nullptr && is_card_active(c)) {
+                    FILE* marker = fopen(PlatformRoot::path("/var/portChannelChanged").c_str(), "w");
+                    if (marker != nullptr) {
+                        fclose(marker);
+                    }
+                }
+                free_config(cfg);
+            }
+        }
+    }
+    if (m_descriptionSet) {
+        config* cfg = nullptr;
+        int rc = get_card_config(&cfg);
+        card* c = rc == 0 ? get_card_by_pci_slot_id(cfg, static_cast<unsigned char>(m_cardIndex)) : nullptr;
+        if (c == nullptr || (rc = set_card_description(c, m_description.c_str())) != 0) {
+            m_log.logError("set card description returned rc %d || card idx %d not retrieved\n", rc, m_cardIndex);
+        }
+        if (cfg != nullptr) {
+            free_config(cfg);
+        }
+    }
+    if (m_ptsEnicCount != -1) {
+        std::string output;
+        if (!format(command, sizeof command, "%s -i %s %s vorn_configure_pts_eths %d 2>&1",
+                    PlatformRoot::path(mptoolPath()).c_str(), m_cardInterface.c_str(), m_cardMac.c_str(),
+                    m_ptsEnicCount) ||
+            invokeBackend(command, output, "AdapterAgent") != 0) {
+            m_status = 2;
+            throw ProcessingException("Failed to configure VM FEX interfaces: %s", output.c_str());
+        }
+    }
 }

@@ -88,7 +88,7 @@ printf '%s\n' "$TOOL $*" >> "$CARDS/commands.log" 2>/dev/null
 # --- the card utility --------------------------------------------------------
 cardutil() {
   option=$1
-  [ -n "$option" ] || fail "usage: cardutil -L | -l SLOT | -P SLOT | -S SLOT on|off" 2
+  [ -n "$option" ] || fail "usage: cardutil -L | -l SLOT | -P SLOT | -a SLOT | -i SLOT" 2
   fault "cardutil$option"
   if [ "$option" = -L ]; then
     for s in $(slots); do
@@ -132,13 +132,8 @@ cardutil() {
       echo "PCIe link speed:   $(kv "$c" pcie-link-speed)"
       echo "PCIe link width:   $(kv "$c" pcie-link-width)"
       ;;
-    -S)
-      case "$3" in
-        on) setkv "$c" standby-power enabled ;;
-        off) setkv "$c" standby-power disabled ;;
-        *) fail "expecting on or off" 2 ;;
-      esac
-      ;;
+    -a) setkv "$c" standby-power enabled ;;
+    -i) setkv "$c" standby-power disabled ;;
     *) fail "unknown option $option" 2 ;;
   esac
 }
@@ -243,6 +238,38 @@ mptool() {
       printf -- '---\nnum-bootable-vnics: %d\n' "$count" ;;
     vorn_get_pts_eth_count)
       printf -- '---\npts-eth-count: %s\nmax-pts-eth-count: 112\n' "$(kv "$base/card" pts-enic-count)" ;;
+    # --- writes ---
+    vorn_delete_vnic)
+      check_name "$a1" vnic
+      [ -f "$base/vnics/$a1/vnic" ] || fail "vnic $a1 not found"
+      rm -rf "${base:?}/vnics/$a1"
+      return 0 ;;
+    ping)
+      # clears the persistent bindings of every vHBA
+      rm -f "$base"/vnics/*/perbi
+      return 0 ;;
+    restoredefconfig)
+      for n in $(vnics "$slot"); do
+        case "$n" in eth0|eth1|fc0|fc1) ;; *) rm -rf "${base:?}/vnics/$n" ;; esac
+      done
+      setkv "$base/card" description ""
+      setkv "$base/card" pts-enic-count 0
+      return 0 ;;
+    vorn_setadapter_param)
+      # "name value" lines on standard input
+      while read -r key value rest; do
+        case "$key" in
+          fip-mode|vntag-mode|lldp|portchannel|passthrough) setkv "$base/card" "$key" "$value" ;;
+          '') ;;
+          *) fail "unknown adapter parameter $key" ;;
+        esac
+      done
+      return 0 ;;
+    vorn_configure_pts_eths)
+      case "$a1" in ''|*[!0-9]*) fail "invalid count" ;; esac
+      [ "$a1" -le 112 ] || fail "at most 112 VM FEX interfaces"
+      setkv "$base/card" pts-enic-count "$a1"
+      return 0 ;;
     *)
       fail "unknown command $command" 2 ;;
   esac
