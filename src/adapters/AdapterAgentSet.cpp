@@ -680,8 +680,20 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
         } else {
             m_status = 2;
         }
-    } else if (!m_uplinkSpeed.empty() || !m_linkTraining.empty() || m_configOperation != -1 || m_enicCreate ||
-               m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
+    } else if (!m_uplinkSpeed.empty() || !m_linkTraining.empty()) {
+        bool speed = !m_uplinkSpeed.empty();
+        bool fits = speed ? format(command, sizeof command, "%s -i %s %s vorn_setuplink_speed %d %s", mpt, vif, mac,
+                                   m_uplinkNumber, m_uplinkSpeed.c_str())
+                          : format(command, sizeof command, "%s -i %s %s vorn_setuplink_speed %d 40Gbps %s ", mpt, vif,
+                                   mac, m_uplinkNumber, m_linkTraining.c_str());
+        if (!fits || (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
+            m_log.logError(speed ? "set uplink speed command (%s) failed with status %d error %s\n"
+                                 : "set link training command (%s) failed with status %d error %s\n",
+                           command, status, output.c_str());
+            m_status = 2;
+            throw ProcessingException("Failed to set uplink speed: %s", output.c_str());
+        }
+    } else if (m_configOperation != -1 || m_enicCreate || m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
         notYetAvailable();
     } else if (m_deleteVnic) {
         if (format(command, sizeof command, "%s -i %s %s vorn_delete_vnic \"%s\"", mpt, vif, mac, m_vnicName.c_str()) &&

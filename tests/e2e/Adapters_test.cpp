@@ -282,13 +282,13 @@ TEST_F(Adapters, SetChecks)
         {"adapterReset(1,2)", errorReply("invalid argument counted for adapterReset(slot)")},
         {"adapterReset(7)", notYet},  // the card is resolved only when it is reset
         {"adapterFactoryReset(7)", errorReply(" adapterFactoryReset invalid card (7) passed ")},
-        {"uplinkSpeed(1,3,40Gbps)", notYet},
+        {"uplinkSpeed(1,3,40Gbps)", errorReply("Failed to set uplink speed: error: uplink 3 not found\n")},
         {"uplinkSpeed(1,4,40Gbps)", errorReply("4 is not a valid uplink.")},
         {"uplinkSpeed(1,1,40gbps)", errorReply("40gbps is not a valid uplink speed.")},
         {"uplinkSpeed(0,1,Auto)", errorReply("0 is not a valid card.")},
         {"linkTraining(1,0)",
          errorReply("Invalid number of parameters (2) for linkTraining(slot, uplinkId=0|1, link_training=on|off")},
-        {"linkTraining(1,0,on)", notYet},
+        {"linkTraining(1,0,on)", kOk},
         {"adapterIndex:2,description:rack 4,fip-mode:Enabled,lldp:disabled", kOk},
         {"adapterIndex:2,vntag-mode:Enable", errorReply("valid values for vntag-mode are enabled | disabled) Enable ")},
         {"adapterIndex:2,fip-mode:on", errorReply("valid values for fip-mode are enable | disable) on ")},
@@ -394,6 +394,8 @@ TEST_F(Adapters, SetActions)
         {"adapterStandby(1,0,1)", kOk, "/var/cards/1/card", "standby-power: disabled\n"},
         {"adapterStandby(1,1)", kOk, "/var/cards/1/card", "standby-power: enabled\n"},
         {"adapterFactoryReset(1)", kOk, "/var/cards/1/card", "pts-enic-count: 0\n"},
+        {"uplinkSpeed(2,1,4x10Gbps)", kOk, "/var/cards/2/uplinks/1", "admin-speed: 4x10Gbps\n"},
+        {"linkTraining(2,1,off)", kOk, "/var/cards/2/uplinks/1", "an-link-training: off\n"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(c.reply, ask(std::string("set=") + c.request, 0x02)) << c.request;

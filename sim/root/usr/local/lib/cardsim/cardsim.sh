@@ -265,6 +265,17 @@ mptool() {
         esac
       done
       return 0 ;;
+    vorn_setuplink_speed)
+      check_name "$a1" uplink
+      [ -f "$base/uplinks/$a1" ] || fail "uplink $a1 not found"
+      case "$a2" in Auto|1Gbps|10Gbps|4x10Gbps|40Gbps) ;; *) fail "invalid speed $a2" ;; esac
+      if [ -n "$a3" ]; then
+        case "$a3" in AN_on|AN_off) ;; *) fail "invalid link training $a3" ;; esac
+        setkv "$base/uplinks/$a1" an-link-training "${a3#AN_}"
+      else
+        setkv "$base/uplinks/$a1" admin-speed "$a2"
+      fi
+      return 0 ;;
     vorn_configure_pts_eths)
       case "$a1" in ''|*[!0-9]*) fail "invalid count" ;; esac
       [ "$a1" -le 112 ] || fail "at most 112 VM FEX interfaces"
