@@ -204,6 +204,10 @@ protected:
     void vnicProperties(TokenMap& arguments);
     // Actions.
     void adapterParameters();
+    void resetAdapter(int slot);
+    int triggerHalvricNetChange();
+    // Waits `seconds`, scaled by GDS_ADAPTER_PAUSE_SCALE.
+    void pause(int seconds);
     [[noreturn]] void notYetAvailable();
 
     // Per request.

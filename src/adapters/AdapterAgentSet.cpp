@@ -2,6 +2,7 @@
 // configuration request, all made before anything runs.
 #include <strings.h>
 #include <sys/stat.h>
+#include <syslog.h>
 
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "AIMClient.h"
 #include "AdapterAgent.h"
 #include "ConnectionHandler.h"
 #include "DataHandler.h"
@@ -17,6 +19,7 @@
 #include "SecurityException.h"
 #include "card_config.h"
 #include "log_tlog.h"
+#include "power_control.h"
 #include "safeexec.h"
 
 namespace {
@@ -710,7 +713,7 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
             m_status = 2;
         }
     } else if (m_adapterReset) {
-        notYetAvailable();
+        resetAdapter(m_cardIndex);
     } else if (m_adapterFactoryReset) {
         if (format(command, sizeof command, "%s -i %s %s restoredefconfig", mpt, vif, mac) &&
             (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
@@ -722,6 +725,127 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
     }
     adapterParameters();
     return m_status;
+}
+
+namespace {
+
+// Type codes of the cards that can be reset.
+bool resettable(int type)
+{
+    static const int kTypes[] = {3, 36, 37, 50, 51, 57, 81, 91, 92, 93, 94};
+    for (int t : kTypes) {
+        if (t == type) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void audit(const char* line)
+{
+    openlog("AUDIT", LOG_PID, LOG_AUTHPRIV);
+    syslog(LOG_NOTICE, "%s", line);
+    closelog();
+}
+
+}  // namespace
+
+void AdapterAgent::pause(int seconds)
+{
+    // GDS_ADAPTER_PAUSE_SCALE (a test and development aid) scales the
+    // pauses of a reset: 0.01 makes the 5 seconds 50 milliseconds.
+    static const double scale = [] {
+        const char* text = getenv("GDS_ADAPTER_PAUSE_SCALE");
+        char* end = nullptr;
+        double value = text != nullptr ? strtod(text, &end) : 1.0;
+        return text != nullptr && (end == text || *end != '\0' || !(value >= 0.0 && value <= 1.0)) ? 1.0 : value;
+    }();
+    int ms = static_cast<int>(seconds * 1000 * scale);
+    threadSleep(ms / 1000, ms % 1000);
+}
+
+void AdapterAgent::resetAdapter(int slot)
+{
+    bool hostOn = powerOn();
+    config* cfg = nullptr;
+    int rc = get_card_config(&cfg);
+    card* c =
+        rc == 0 && slot >= 0 && slot <= 255 ? get_card_by_pci_slot_id(cfg, static_cast<unsigned char>(slot)) : nullptr;
+    // The configuration is released on every way out.
+    struct Release {
+        config* cfg;
+        ~Release()
+        {
+            if (cfg != nullptr) {
+                free_config(cfg);
+            }
+        }
+    } release{rc == 0 ? cfg : nullptr};
+    if (c == nullptr) {
+        throw ProcessingException("Failed adapter reset. Card in slot %d not found.", slot);
+    }
+    if (!resettable(get_card_type(c))) {
+        throw "This card type does not support the reset command.";
+    }
+    bool active = is_card_active(c) != 0;
+    char serial[CARD_SERIAL_SIZE] = "";
+    if ((rc = get_card_serialnum(c, serial, sizeof serial)) != 0) {
+        throw ProcessingException("Cannot get serial number for card in slot %d. Error %d", slot, rc);
+    }
+    if (active && (rc = set_card_as_inactive(c)) != 0) {
+        throw ProcessingException("Reset adapter in slot %d failed. Error deactivating %d", slot, rc);
+    }
+    if (hostOn) {
+        m_dataHandler->log("%s: powerState = %i\n", "resetAdapter", 0);
+        rc = SetPowerState(POWER_STATE_OFF);
+        audit("Server power state modify (op:power-off)");
+        if (rc != 0) {
+            if (active) {
+                set_card_as_active(c);
+                m_log.logError("Power off host failed during adapter reset. Reactivating card %s, slot %d, ret %d",
+                               serial, slot, rc);
+            }
+            throw "Power off host failed.";
+        }
+    }
+    pause(5);
+    struct stat st;
+    if (stat(PlatformRoot::path("/var/portChannelChanged").c_str(), &st) == 0) {
+        unlink(PlatformRoot::path("/var/portChannelChanged").c_str());
+        triggerHalvricNetChange();
+    }
+    if (hostOn) {
+        pause(5);
+        m_dataHandler->log("%s: powerState = %i\n", "resetAdapter", 1);
+        rc = SetPowerState(POWER_STATE_ON);
+        audit("Server power state modify (op:power-on)");
+        if (rc != 0) {
+            set_card_as_active(c);
+            m_log.logError("Power on host failed during adapter reset. Reactivating card %s, slot %d, ret %d", serial,
+                           slot, rc);
+            throw "Power on host failed.";
+        }
+    }
+    if (active) {
+        if (hostOn) {
+            pause(5);
+        }
+        if ((rc = set_card_as_active(c)) != 0) {
+            throw ProcessingException("Adapter reset failed to reactivate card %s in slot %d. Error %d", serial, slot,
+                                      rc);
+        }
+    }
+}
+
+int AdapterAgent::triggerHalvricNetChange()
+{
+    unsigned char record[992] = {0};
+    int length = 0;
+    if (aim().callFunction("netGetCurrentIfConfig", 0, nullptr, sizeof record, &length, record) != 0) {
+        m_log.logInfo("Error retrieving BRESK NetMode information.\n");
+        return -1;
+    }
+    return aim().callFunction("HalvricNETSetConfigImmediate", sizeof record, record, 0, nullptr, nullptr);
 }
 
 void AdapterAgent::notYetAvailable()

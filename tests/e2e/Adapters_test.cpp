@@ -32,7 +32,11 @@ bool endsWith(const std::string& text, const std::string& tail)
 
 class Adapters : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(gds.start()) << gds.output(); }
+    void SetUp() override
+    {
+        gds.setEnv("GDS_ADAPTER_PAUSE_SCALE", "0.01");  // a reset's 5-second pauses take 50 ms
+        ASSERT_TRUE(gds.start()) << gds.output();
+    }
 
     std::string get(const std::string& items, uint32_t privileges = 0x7f) { return ask("get=" + items, privileges); }
     std::string ask(const std::string& text, uint32_t privileges)
@@ -280,7 +284,7 @@ TEST_F(Adapters, SetChecks)
         {"adapterReset(0)", errorReply("0 is not a valid slot.")},
         {"adapterReset(x)", errorReply("x is not a valid slot.")},
         {"adapterReset(1,2)", errorReply("invalid argument counted for adapterReset(slot)")},
-        {"adapterReset(7)", notYet},  // the card is resolved only when it is reset
+        {"adapterReset(7)", errorReply("Failed adapter reset. Card in slot 7 not found.")},
         {"adapterFactoryReset(7)", errorReply(" adapterFactoryReset invalid card (7) passed ")},
         {"uplinkSpeed(1,3,40Gbps)", errorReply("Failed to set uplink speed: error: uplink 3 not found\n")},
         {"uplinkSpeed(1,4,40Gbps)", errorReply("4 is not a valid uplink.")},
@@ -416,6 +420,45 @@ TEST_F(Adapters, SetActions)
               ask("set=adapterIndex:2,pts-enic-count:4", 0x02));
     // no parameter file stays behind
     EXPECT_EQ(0, system(("! ls '" + root.path("/tmp") + "' | grep -q mpt_adapterparam").c_str()));
+}
+
+// A reset powers the host off and on around the card's deactivation when
+// the host is on, and only toggles the card when it is off; a failed power
+// change reactivates the card before the error.
+TEST_F(Adapters, Reset)
+{
+    struct Case {
+        const char* power;       // host power before ("1" on, "0" off)
+        const char* powerFault;  // content of the power fault file, or nullptr
+        std::string reply;
+        std::string powerCalls;  // /var/power/calls afterwards
+        std::string cardCalls;   // /var/cardcfg/calls afterwards
+    };
+    const Case cases[] = {
+        {"1", nullptr, kOk, "SetPowerState 0\nSetPowerState 1\n", "set_card_as_inactive 2\nset_card_as_active 2\n"},
+        {"0", nullptr, kOk, "", "set_card_as_inactive 2\nset_card_as_active 2\n"},
+        {"1", "5", errorReply("General error: Power off host failed."), "SetPowerState 0\n",
+         "set_card_as_inactive 2\nset_card_as_active 2\n"},
+    };
+    for (const Case& c : cases) {
+        root.writeFile("/var/aim/props/pwState", std::string("int\n") + c.power + "\n");
+        unlink(root.path("/var/power/calls").c_str());
+        unlink(root.path("/var/cardcfg/calls").c_str());
+        unlink(root.path("/var/power/faults/SetPowerState").c_str());
+        if (c.powerFault != nullptr) {
+            root.writeFile("/var/power/faults/SetPowerState", c.powerFault);
+        }
+        std::string reply = ask("set=adapterReset(2)", 0x02);
+        EXPECT_TRUE(reply == c.reply || endsWith(reply, c.reply.substr(6))) << c.power << "\n" << reply;
+        EXPECT_EQ(c.powerCalls, root.readFile("/var/power/calls")) << c.power;
+        EXPECT_EQ(c.cardCalls, root.readFile("/var/cardcfg/calls")) << c.power;
+        EXPECT_NE(std::string::npos, root.readFile("/var/cards/2/card").find("active: yes")) << c.power;
+    }
+    EXPECT_EQ("int\n1\n", root.readFile("/var/aim/props/pwState"));
+    // a card type that cannot be reset
+    root.writeFile("/var/cards/1/card", "type-code: 7\n" + root.readFile("/var/cards/1/card"));
+    EXPECT_NE(std::string::npos,
+              ask("set=adapterReset(1)", 0x02).find("This card type does not support the reset command."));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "card_config.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,6 +40,7 @@ int fault(const char* call)
 void record(const char* call, int slot, const char* detail)
 {
     std::string dir = PlatformRoot::path("/var/cardcfg");
+    mkdir(dir.c_str(), 0755);
     FILE* f = fopen((dir + "/calls").c_str(), "a");
     if (f != nullptr) {
         fprintf(f, "%s %d%s%s\n", call, slot, detail[0] != '\0' ? " " : "", detail);
