@@ -11,6 +11,7 @@
 #include "AdapterAgent.h"
 #include "DataHandler.h"
 #include "fuzz_connection.h"
+#include "fuzz_xml_balance.h"
 
 namespace {
 
@@ -27,38 +28,6 @@ public:
 ConnectionHandler* connection = nullptr;
 FuzzAgent* agent = nullptr;
 int peer = -1;
-
-// Tags balance and no bare "<" or "&" stands in text.
-bool balanced(const std::string& xml)
-{
-    std::vector<std::string> open;
-    for (size_t i = 0; i < xml.size();) {
-        if (xml[i] == '<') {
-            size_t end = xml.find('>', i);
-            if (end == std::string::npos) {
-                return false;
-            }
-            std::string tag = xml.substr(i + 1, end - i - 1);
-            if (tag.empty() || tag.find_first_of("<&\"' \t") != std::string::npos) {
-                return false;
-            }
-            if (tag[0] == '/') {
-                if (open.empty() || open.back() != tag.substr(1)) {
-                    return false;
-                }
-                open.pop_back();
-            } else {
-                open.push_back(tag);
-            }
-            i = end + 1;
-        } else if (xml[i] == '>') {
-            return false;
-        } else {
-            ++i;
-        }
-    }
-    return open.empty();
-}
 
 std::string drain()
 {
@@ -93,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     fclose(f);
     socket.writeString("</L>");
     std::string reply = drain();
-    if (!balanced(reply)) {
+    if (!fuzzxml::balanced(reply)) {
         abort();
     }
     if (flag == errorText.empty()) {
@@ -105,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     bool hasError = false;
     std::string message;
     agent->queryBackend("true", socket, "T", hasError, message, "No Storage Data", "Fuzz", true, false);
-    if (!balanced(drain())) {
+    if (!fuzzxml::balanced(drain())) {
         abort();
     }
     return 0;

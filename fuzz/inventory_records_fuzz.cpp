@@ -14,6 +14,7 @@
 #include "DataHandler.h"
 #include "InventoryAgent.h"
 #include "fuzz_connection.h"
+#include "fuzz_xml_balance.h"
 #include "smbios_inventory.h"
 
 namespace {
@@ -21,45 +22,6 @@ namespace {
 ConnectionHandler* connection = nullptr;
 InventoryAgent* agent = nullptr;
 int peer = -1;
-
-// Balanced elements without attributes, and "&" only in the five escapes.
-bool wellFormed(const std::string& text)
-{
-    std::vector<std::string> open;
-    for (size_t at = 0; at < text.size(); at++) {
-        char c = text[at];
-        if (c == '&') {
-            bool known = false;
-            for (const char* e : {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"}) {
-                known = known || text.compare(at, strlen(e), e) == 0;
-            }
-            if (!known) {
-                return false;
-            }
-        } else if (c == '>') {
-            return false;
-        } else if (c == '<') {
-            size_t end = text.find('>', at);
-            if (end == std::string::npos) {
-                return false;
-            }
-            std::string tag = text.substr(at + 1, end - at - 1);
-            if (tag.empty() || tag.find_first_of("<&\"' ") != std::string::npos) {
-                return false;
-            }
-            if (tag[0] == '/') {
-                if (open.empty() || open.back() != tag.substr(1)) {
-                    return false;
-                }
-                open.pop_back();
-            } else {
-                open.push_back(tag);
-            }
-            at = end;
-        }
-    }
-    return open.empty();
-}
 
 struct Kind {
     InventoryAgent::CacheSlot slot;
@@ -121,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     InventoryAgent::resetCache();
     socket.flush();
     std::string reply = fuzzconn::drain(peer);
-    if (!wellFormed(reply)) {
+    if (!fuzzxml::balanced(reply)) {
         abort();
     }
     return 0;

@@ -650,10 +650,17 @@ void ConnectionHandler::writeErrorReply(const char* format, const char* message)
     std::string text;
     for (const char* p = message; *p != '\0'; ++p) {
         switch (*p) {
-            case '&': text += "&amp;"; break;
-            case '<': text += "&lt;"; break;
-            case '>': text += "&gt;"; break;
-            default: text += *p;
+            case '&':
+                text += "&amp;";
+                break;
+            case '<':
+                text += "&lt;";
+                break;
+            case '>':
+                text += "&gt;";
+                break;
+            default:
+                text += *p;
         }
     }
     char buffer[1023];
