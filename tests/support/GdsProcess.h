@@ -43,7 +43,6 @@ public:
     // when none runs.
     pid_t pid() const { return m_pid; }
     int legacyPort() const { return m_legacyPort; }
-    pid_t pid() const { return m_pid; }
     int nxtGenPort() const { return m_nxtGenPort; }
     std::string output() const;  // what the server printed (stdout and stderr)
     std::string configPath() const;
