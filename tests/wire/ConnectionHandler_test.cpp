@@ -9,6 +9,7 @@
 
 #include "AgentHarness.h"
 #include "ConnectionManager.h"
+#include "DataHandler.h"
 #include "GUIDataServer.h"
 #include "ProcessingException.h"
 #include "StubAgent.h"
