@@ -1,6 +1,6 @@
-// Adapter reads against the real server and the simulated cards: every get
-// form's reply, the error replies, hostile names through every form, tool
-// failures of every kind, and a network-mode change refreshing the cards.
+// Adapter reads and configuration against the real server and the simulated
+// cards: every get form's reply, the error replies, hostile names over the
+// wire, tool failures of every kind, the set checks, actions and reset.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -232,23 +232,6 @@ TEST_F(Adapters, ListingFailures)
     }
     root.writeFile("/var/cards/faults/cardutil-L", "exit: 2\n");
     EXPECT_EQ("<root><numOfAdaptors>0</numOfAdaptors>\n<status>ok</status>\n</root>\n", get("numOfAdaptors"));
-}
-
-TEST_F(Adapters, NetworkModeChangeRefreshesCards)
-{
-    get("adapterFW[2]");
-    get("adapterFW[2]");
-    int listings = logged("cardutil -L");
-    get("enic[1]");
-    EXPECT_EQ(listings, logged("cardutil -L"));
-    std::string record(992, '\0');
-    record[128] = 3;
-    record[129] = 1;
-    root.writeFile("/var/aim/functions/netGetCurrentIfConfig", "ok\n" + record);
-    get("enic[1]");
-    EXPECT_EQ(listings + 1, logged("cardutil -L"));
-    get("enic[1]");
-    EXPECT_EQ(listings + 1, logged("cardutil -L"));
 }
 
 // Every check of a configuration request answers with its message before

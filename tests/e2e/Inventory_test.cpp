@@ -1,6 +1,6 @@
 // The inventory end to end: the simulated hosts' replies (golden), each
-// platform's DIMM ids, the shared cache under several connections, the data
-// version, the collection and hostile upload arguments over the wire.
+// platform's DIMM ids, the shared cache under several connections, the
+// collection and hostile upload arguments over the wire.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -124,7 +124,7 @@ TEST_F(InventoryE2E, EachPlatformNamesItsDimms)
     EXPECT_NE(std::string::npos, cpus.find("<numOfCores>28</numOfCores>"));
 }
 
-TEST_F(InventoryE2E, ConnectionsShareOneCacheUntilTheVersionChanges)
+TEST_F(InventoryE2E, ConnectionsShareOneCache)
 {
     start();
     // A slow library: both connections ask at once, one fills the cache.
@@ -151,20 +151,7 @@ TEST_F(InventoryE2E, ConnectionsShareOneCacheUntilTheVersionChanges)
         EXPECT_EQ(12u, count(r, "<DIMM>"));
     }
     EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
-    // Cached: the record calls are not made again.
-    root->writeFile("/var/smbios/faults/GetMemoryInfo", "fail");
-    EXPECT_EQ(replies[0], ask("get=inventoryMemory,inventoryPCI,inventoryCPU"));
-    // A new data version drops the cache and logs both versions.
-    std::string bumped = host;
-    bumped.replace(bumped.find("\"version\": 1"), 12, "\"version\": 2");
-    bumped.replace(bumped.find("\"DIMM_A1\""), 9, "\"DIMM_X1\"");
-    root->writeFile("/var/smbios/host.json", bumped);
-    EXPECT_NE(std::string::npos, ask("get=inventoryMemory").find("Failed processing MemoryInfo request"));
-    unlink(root->path("/var/smbios/faults/GetMemoryInfo").c_str());
-    std::string fresh = ask("get=inventoryMemoryDetail,inventoryMemory");
-    EXPECT_NE(std::string::npos, fresh.find("<id>999</id>\n<Name>DIMM_X1</Name>"));
-    EXPECT_NE(std::string::npos, fresh.find("<DIMM><Name>DIMM_X1</Name>"));
-    EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x1, New smVersion: 0x2"));
+    // Keeping and dropping the cache by the data version is the unit tests'.
 }
 
 TEST_F(InventoryE2E, CollectionRunsToCompletion)
