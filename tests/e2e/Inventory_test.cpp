@@ -1,6 +1,6 @@
 // The inventory end to end: the simulated hosts' replies (golden), each
-// platform's DIMM ids, the shared cache under several connections, the data
-// version, the collection and hostile upload arguments over the wire.
+// platform's DIMM ids, the shared cache under several connections, the
+// collection and hostile upload arguments over the wire.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -124,7 +124,7 @@ TEST_F(InventoryE2E, EachPlatformNamesItsDimms)
     EXPECT_NE(std::string::npos, cpus.find("<numOfCores>28</numOfCores>"));
 }
 
-TEST_F(InventoryE2E, ConnectionsShareOneCacheUntilTheVersionChanges)
+TEST_F(InventoryE2E, ConnectionsShareOneCache)
 {
     start();
     // A slow library: both connections ask at once, one fills the cache.
@@ -151,20 +151,7 @@ TEST_F(InventoryE2E, ConnectionsShareOneCacheUntilTheVersionChanges)
         EXPECT_EQ(12u, count(r, "<DIMM>"));
     }
     EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
-    // Cached: the record calls are not made again.
-    root->writeFile("/var/smbios/faults/GetMemoryInfo", "fail");
-    EXPECT_EQ(replies[0], ask("get=inventoryMemory,inventoryPCI,inventoryCPU"));
-    // A new data version drops the cache and logs both versions.
-    std::string bumped = host;
-    bumped.replace(bumped.find("\"version\": 1"), 12, "\"version\": 2");
-    bumped.replace(bumped.find("\"DIMM_A1\""), 9, "\"DIMM_X1\"");
-    root->writeFile("/var/smbios/host.json", bumped);
-    EXPECT_NE(std::string::npos, ask("get=inventoryMemory").find("Failed processing MemoryInfo request"));
-    unlink(root->path("/var/smbios/faults/GetMemoryInfo").c_str());
-    std::string fresh = ask("get=inventoryMemoryDetail,inventoryMemory");
-    EXPECT_NE(std::string::npos, fresh.find("<id>999</id>\n<Name>DIMM_X1</Name>"));
-    EXPECT_NE(std::string::npos, fresh.find("<DIMM><Name>DIMM_X1</Name>"));
-    EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x1, New smVersion: 0x2"));
+    // Keeping and dropping the cache by the data version is the unit tests'.
 }
 
 TEST_F(InventoryE2E, CollectionRunsToCompletion)
@@ -209,15 +196,9 @@ TEST_F(InventoryE2E, UploadChecksEveryArgument)
         std::string error;  // "" for success
     } cases[] = {
         {"set=inventoryUpload(tftp,10.0.0.5,/inv,user,pass)", ""},
-        {"set=inventoryUpload(tftp,10.0.0.5)",
-         "invalid parameters for inventoryUpload(remoteProtocol,remoteIP,remotepath,remoteUsername,"
-         "remotePassword]) got 2"},
-        {"set=inventoryUpload(tftp;touch " + canary + ",10.0.0.5,/inv)", "Invalid Protocol!"},
+        // the unit tests hold every argument check; these go through the request syntax
         {"set=inventoryUpload(tftp,$\\(touch " + canary + "\\),/inv)",
          "invalid IP address provided $(touch " + canary + ")"},
-        {"set=inventoryUpload(tftp,10.0.0.5,/inv`touch " + canary + "`)",
-         "invalid path provided /inv`touch " + canary + "`"},
-        {"set=inventoryUpload(tftp,10.0.0.5,-rf)", "invalid path provided -rf"},
         {"set=inventoryUpload(tftp,10.0.0.5,/inv,user,p;touch " + canary + ")", "Invalid Parameters"},
         {"set=inventoryUpload(tftp,10.0.0.5,/" + std::string(5000, 'x') + ")",
          "invalid path provided /" + std::string(254, 'x')},
@@ -262,25 +243,16 @@ TEST_F(InventoryE2E, DeviceSourcesAnswerAfterTheSmbiosElements)
         EXPECT_NE(std::string::npos, at) << tag << "\n" << reply;
         last = at == std::string::npos ? last : at;
     }
-    EXPECT_EQ(2u, count(reply, "<PS>"));
-    EXPECT_EQ(1u, count(reply, "<Operability>degraded</Operability>"));
-    EXPECT_NE(std::string::npos, reply.find("<tpmPresence>equipped</tpmPresence>"));
     EXPECT_NE(std::string::npos, reply.find("<status>ok</status>"));
 }
 
-TEST_F(InventoryE2E, AdapterMacListHasThreeForms)
+TEST_F(InventoryE2E, AdapterMacFormsKeepTheirOwnArgument)
 {
     start();
+    // Each form's reply is golden in the unit tests; here two forms in one
+    // request each keep their own argument.
     std::string mac = ask("get=AdapterMacAddressList[L mac]");
-    EXPECT_EQ(0u, mac.find("<root><MacDataList><MacData><InterfaceID>1</InterfaceID>")) << mac;
-    EXPECT_EQ(std::string::npos, mac.find("<AdapterData>"));
     std::string card = ask("get=AdapterMacAddressList[3 card]");
-    EXPECT_EQ(1u, count(card, "<AdapterData>")) << card;
-    EXPECT_EQ(0u, count(card, "<MacDataList>"));
-    std::string all = ask("get=AdapterMacAddressList[0]");
-    EXPECT_LT(1u, count(all, "<AdapterData>"));
-    EXPECT_EQ(count(all, "<AdapterData>"), count(all, "<MacDataList>"));
-    // Two forms in one request each keep their own argument.
     std::string both = ask("get=AdapterMacAddressList[3 card],AdapterMacAddressList[L mac]");
     EXPECT_EQ(card.substr(0, card.find("<status>")) + mac.substr(6, mac.find("<status>") - 6),
               both.substr(0, both.find("<status>")));

@@ -200,7 +200,11 @@ TEST(AdapterMacDatabase, ReconcilesSlotMapAndMacList)
     const std::string placeholder =
         "<MacDataList><MacData><InterfaceID>0</InterfaceID><MacAddress>Card not supported or option ROM "
         "disabled</MacAddress><MediaPresent>N/A</MediaPresent></MacData></MacDataList>";
-    const std::string one = "<AdapterData><Slot>1</Slot><ProductName>Card One</ProductName>";
+    auto card = [](const std::string& slot, const std::string& name, int interfaces) {
+        return "<AdapterData><Slot>" + slot + "</Slot><ProductName>" + name + "</ProductName><NoOfInterfaces>" +
+               std::to_string(interfaces) + "</NoOfInterfaces></AdapterData>";
+    };
+    const std::string both = card("1", "Card One", 2) + card("3", "Card Three", 1);
     auto build = [](auto change) {
         Db db = twoAdapters();
         change(db);
@@ -212,10 +216,7 @@ TEST(AdapterMacDatabase, ReconcilesSlotMapAndMacList)
         std::string reply;  // of "[0 card]"
         const char* log;
     } cases[] = {
-        {"consistent", build([](Db&) {}),
-         one + "<NoOfInterfaces>2</NoOfInterfaces></AdapterData><AdapterData><Slot>3</Slot>"
-               "<ProductName>Card Three</ProductName><NoOfInterfaces>1</NoOfInterfaces></AdapterData>",
-         "Using cached"},
+        {"consistent", build([](Db&) {}), both, "Using cached"},
         {"MAC of an unknown slot", build([](Db& d) {
              d.macs.push_back({9, "00:00:00:00:09:01"});
          }),
@@ -223,19 +224,11 @@ TEST(AdapterMacDatabase, ReconcilesSlotMapAndMacList)
         {"third adapter with interfaces but no MACs", build([](Db& d) {
              d.map.push_back({5, 2, "Card Five"});
          }),
-         "" + one +
-             "<NoOfInterfaces>2</NoOfInterfaces></AdapterData><AdapterData><Slot>3</Slot><ProductName>Card "
-             "Three</ProductName><NoOfInterfaces>1</NoOfInterfaces></AdapterData><AdapterData><Slot>5</Slot>"
-             "<ProductName>Card Five</ProductName><NoOfInterfaces>0</NoOfInterfaces></AdapterData>",
-         "Found missing network adapter entry (slotID 0x5) with 2 interfaces"},
+         both + card("5", "Card Five", 0), "Found missing network adapter entry (slotID 0x5) with 2 interfaces"},
         {"nameless adapter", build([](Db& d) {
              d.map.push_back({6, 1, ""});
          }),
-         "" + one +
-             "<NoOfInterfaces>2</NoOfInterfaces></AdapterData><AdapterData><Slot>3</Slot><ProductName>Card "
-             "Three</ProductName><NoOfInterfaces>1</NoOfInterfaces></AdapterData><AdapterData><Slot>6</Slot>"
-             "<ProductName>Unknown Adapter</ProductName><NoOfInterfaces>0</NoOfInterfaces></AdapterData>",
-         "product name is NULL or empty"},
+         both + card("6", "Unknown Adapter", 0), "product name is NULL or empty"},
         {"count higher than anything found", build([](Db& d) { d.count = 3; }), "",
          "Unable to find missing network adapter entry"},
         {"more adapters than the count", build([](Db& d) { d.count = 1; }), "", "More network adapters"},
@@ -301,22 +294,6 @@ TEST(AdapterMacDatabase, SlotArgumentForms)
         EXPECT_EQ(db.slotRejected(), c.rejected) << c.extra;
         EXPECT_EQ(db.mode(), c.mode) << c.extra;
     }
-}
-
-TEST(AdapterMacDatabase, SlotCountFollowsThePlatform)
-{
-    const struct {
-        const char* product;
-        int slots;
-    } cases[] = {{"kestin", 2},  {"morlac", 2},   {"pallix1", 4},  {"tovrel", 8},  {"quentar", 12}, {"vorsha2", 21},
-                 {"greff2", 21}, {"nimbrel1", 3}, {"castrel", 11}, {"lurven", 15}, {"dravon", 7},   {"zenth", 7}};
-    TestRoot root;
-    for (const auto& c : cases) {
-        root.writeFile("/etc/product", std::string(c.product) + "\n");
-        DataAgent::resetPlatformCache();
-        EXPECT_EQ(AdapterMacDatabase::getMaxPlatformSlots(), c.slots) << c.product;
-    }
-    DataAgent::resetPlatformCache();
 }
 
 TEST(AdapterMacDatabase, PlatformOverlaysCarryTheirOwnDatabase)
