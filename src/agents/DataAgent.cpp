@@ -236,23 +236,6 @@ int DataAgent::parseInt(const std::string& text, int& value)
     return 1;
 }
 
-std::string DataAgent::getValue(const char* name)
-{
-    char command[128];
-    snprintf(command, sizeof command, "sender get=%s | outline | grep %s | awk '{print $2}'", name, name);
-    FILE* pipe = popen(command, "r");
-    if (pipe == nullptr) {
-        return "";
-    }
-    char line[128];
-    std::string result;
-    if (fgets(line, sizeof line, pipe) != nullptr) {
-        result = line;
-    }
-    pclose(pipe);
-    return result;
-}
-
 bool DataAgent::powerOff()
 {
     std::string state = getValue("pwState");
@@ -396,6 +379,25 @@ bool reserve(char*& buffer, size_t& capacity, size_t size, size_t limit)
 }
 
 }  // namespace
+
+// The property tool runs like every other tool: a clean child, the names
+// are the agents' own constants (no request text reaches this line).
+std::string DataAgent::getValue(const char* name)
+{
+    char command[128];
+    snprintf(command, sizeof command, "sender get=%s | outline | grep %s | awk '{print $2}'", name, name);
+    BackendPipe pipe;
+    if (!openBackend(command, pipe)) {
+        return "";
+    }
+    char line[128];
+    std::string result;
+    if (fgets(line, sizeof line, pipe.stream) != nullptr) {
+        result = line;
+    }
+    closeBackend(pipe);
+    return result;
+}
 
 int DataAgent::xmlize(FILE* input, GUIDataSocket& socket, const char* tag, bool& hasError, std::string& errorText,
                       const char* pcCompStr, bool wrapList)

@@ -15,6 +15,7 @@
 #include "PlatformRoot.h"
 #include "SecurityException.h"
 #include "aim_config.h"
+#include "safeexec.h"
 
 namespace {
 
@@ -414,7 +415,7 @@ int videoCaptureAgent::postProcessSet(ConnectionHandler& connection, TokenMap& a
         return 1;
     }
     std::string command = "rm -f " + PlatformRoot::path(kVideoDir) + "/*";
-    int rc = system(command.c_str());
+    int rc = system_secure(command.c_str());
     if (rc != 0) {
         m_log.logInfo("videoCaptureAgent: \"%s\" ended with %d\n", command.c_str(), rc);
     }
