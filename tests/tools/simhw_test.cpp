@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "ProjectBinary.h"
 #include "TestRoot.h"
 
 namespace {
@@ -57,8 +58,9 @@ TEST(simhw, CommittedBinariesMatchTheirDescriptions)
                  {"quentar", sim + "/platforms/quentar"}};
     for (const auto& c : cases) {
         TestRoot out;
-        ASSERT_EQ(run(TestRoot::binDir() + "/simhw build " + sim + "/hardware/" + c.platform + ".json " + out.dir()),
-                  0);
+        ASSERT_EQ(
+            run(ProjectBinary::command("simhw") + " build " + sim + "/hardware/" + c.platform + ".json " + out.dir()),
+            0);
         for (const char* file : kBuilt) {
             EXPECT_EQ(out.readFile(file), readAll(c.committed + file))
                 << c.platform << file << " differs: rebuild it with simhw (docs/simulator.md)";
@@ -70,11 +72,12 @@ TEST(simhw, DumpedDatabaseBuildsBackToTheSameBytes)
 {
     TestRoot out;
     const std::string original = TestRoot::simPlatform("quentar") + "/var/pellox/BIOS/MacDB.bin";
-    ASSERT_EQ(run(TestRoot::binDir() + "/simhw dump-macdb " + original + " > " + out.dir() + "/db.json"), 0);
-    ASSERT_EQ(run(TestRoot::binDir() + "/simhw build " + out.dir() + "/db.json " + out.dir()), 0);
+    ASSERT_EQ(run(ProjectBinary::command("simhw") + " dump-macdb " + original + " > " + out.dir() + "/db.json"), 0);
+    ASSERT_EQ(run(ProjectBinary::command("simhw") + " build " + out.dir() + "/db.json " + out.dir()), 0);
     EXPECT_EQ(out.readFile("/var/pellox/BIOS/MacDB.bin"), readAll(original));
     // Refusals: a file that is no database, a description with a bad slot.
-    EXPECT_NE(run(TestRoot::binDir() + "/simhw dump-macdb " + out.dir() + "/db.json 2>/dev/null"), 0);
+    EXPECT_NE(run(ProjectBinary::command("simhw") + " dump-macdb " + out.dir() + "/db.json 2>/dev/null"), 0);
     out.writeFile("/bad.json", R"({"macdb": {"slots": 2, "adapters": [{"slot": "ABC"}]}})");
-    EXPECT_NE(run(TestRoot::binDir() + "/simhw build " + out.path("/bad.json") + " " + out.dir() + " 2>/dev/null"), 0);
+    EXPECT_NE(
+        run(ProjectBinary::command("simhw") + " build " + out.path("/bad.json") + " " + out.dir() + " 2>/dev/null"), 0);
 }
