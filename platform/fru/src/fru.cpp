@@ -18,25 +18,9 @@
 
 namespace {
 
-bool readText(const std::string& path, std::string& text)
-{
-    FILE* f = fopen(PlatformRoot::path(path).c_str(), "rb");
-    if (f == nullptr) {
-        return false;
-    }
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0 && text.size() < (1u << 20)) {
-        text.append(buf, n);
-    }
-    fclose(f);
-    return true;
-}
-
 bool faulted(const char* call)
 {
-    std::string text;
-    return readText(std::string("/var/fru/faults/") + call, text);
+    return PlatformRoot::faultFile("fru", call) != -1;
 }
 
 int intItem(const cJSON* obj, const char* key, int fallback)
@@ -60,7 +44,7 @@ template <typename Match, typename Fill>
 int withArea(const char* key, Match match, Fill fill)
 {
     std::string text;
-    if (!readText("/var/fru/fru.json", text)) {
+    if (!PlatformRoot::readFile("/var/fru/fru.json", text)) {
         return -1;
     }
     cJSON* doc = cJSON_Parse(text.c_str());

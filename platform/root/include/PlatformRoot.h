@@ -4,6 +4,7 @@
 // Thread-safe: stateless; GDS_ROOT is read on every call so tests may switch it.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 class PlatformRoot {
@@ -20,4 +21,14 @@ public:
     // digits and "/._-+" are allowed. Tool paths built with path() go into
     // command lines, so the server refuses to start on any other root.
     static bool isShellSafe();
+
+    // Reads the whole file at controller path `path` (at most `limit`
+    // bytes) into `text`; false when it cannot be opened. For the stand-ins'
+    // fixtures.
+    static bool readFile(const std::string& path, std::string& text, size_t limit = 1u << 20);
+
+    // The fault file of a stand-in call, "/var/<standIn>/faults/<call>":
+    // -1 when there is none; n >= 0 when it reads "short <n>" (the call
+    // returns only n bytes); -2 otherwise (empty or "fail": the call fails).
+    static int faultFile(const char* standIn, const char* call);
 };

@@ -1,5 +1,6 @@
 #include "PlatformRoot.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -38,4 +39,33 @@ bool PlatformRoot::isShellSafe()
         }
     }
     return true;
+}
+
+bool PlatformRoot::readFile(const std::string& p, std::string& text, size_t limit)
+{
+    text.clear();
+    FILE* f = fopen(path(p).c_str(), "rb");
+    if (f == nullptr) {
+        return false;
+    }
+    char buf[4096];
+    size_t n;
+    while (text.size() < limit && (n = fread(buf, 1, sizeof buf, f)) > 0) {
+        text.append(buf, n);
+    }
+    fclose(f);
+    return true;
+}
+
+int PlatformRoot::faultFile(const char* standIn, const char* call)
+{
+    std::string text;
+    if (!readFile(std::string("/var/") + standIn + "/faults/" + call, text)) {
+        return -1;
+    }
+    if (text.compare(0, 6, "short ") == 0) {
+        int n = atoi(text.c_str() + 6);
+        return n < 0 ? 0 : n;
+    }
+    return -2;
 }

@@ -18,44 +18,15 @@
 
 namespace {
 
-std::string readText(const std::string& path, bool& exists)
-{
-    exists = false;
-    FILE* f = fopen(PlatformRoot::path(path).c_str(), "rb");
-    if (f == nullptr) {
-        return "";
-    }
-    exists = true;
-    std::string text;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0 && text.size() < (1u << 20)) {
-        text.append(buf, n);
-    }
-    fclose(f);
-    return text;
-}
-
-// -1: no fault; -2: the call fails; n >= 0: return only n bytes.
 int fault(const char* call)
 {
-    bool exists;
-    std::string text = readText(std::string("/var/sdr/faults/") + call, exists);
-    if (!exists) {
-        return -1;
-    }
-    if (text.compare(0, 6, "short ") == 0) {
-        return atoi(text.c_str() + 6) < 0 ? 0 : atoi(text.c_str() + 6);
-    }
-    return -2;
+    return PlatformRoot::faultFile("sdr", call);
 }
 
 cJSON* loadRecords()
 {
-    bool exists;
-    std::string text = readText("/var/sdr/sdr.json", exists);
-    cJSON* doc = exists ? cJSON_Parse(text.c_str()) : nullptr;
-    return doc;
+    std::string text;
+    return PlatformRoot::readFile("/var/sdr/sdr.json", text) ? cJSON_Parse(text.c_str()) : nullptr;
 }
 
 int intItem(const cJSON* obj, const char* key, int fallback)

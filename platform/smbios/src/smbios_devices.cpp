@@ -20,33 +20,9 @@
 
 namespace {
 
-bool readText(const std::string& path, std::string& text)
-{
-    FILE* f = fopen(PlatformRoot::path(path).c_str(), "rb");
-    if (f == nullptr) {
-        return false;
-    }
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, f)) > 0 && text.size() < (1u << 20)) {
-        text.append(buf, n);
-    }
-    fclose(f);
-    return true;
-}
-
-// -1: no fault; -2: the call fails; n >= 0: return only n bytes.
 int fault(const char* call)
 {
-    std::string text;
-    if (!readText(std::string("/var/smbios/faults/") + call, text)) {
-        return -1;
-    }
-    if (text.compare(0, 6, "short ") == 0) {
-        int n = atoi(text.c_str() + 6);
-        return n < 0 ? 0 : n;
-    }
-    return -2;
+    return PlatformRoot::faultFile("smbios", call);
 }
 
 bool flag(const cJSON* obj, const char* key)
@@ -69,7 +45,7 @@ int answer(const char* call, int* length, int capacity, void* output, int size, 
         return SMBIOS_DEV_FAILED;
     }
     std::string text;
-    cJSON* doc = readText("/var/smbios/devices.json", text) ? cJSON_Parse(text.c_str()) : nullptr;
+    cJSON* doc = PlatformRoot::readFile("/var/smbios/devices.json", text) ? cJSON_Parse(text.c_str()) : nullptr;
     if (doc == nullptr) {
         *length = 0;
         return SMBIOS_DEV_FAILED;
