@@ -210,6 +210,16 @@ protected:
     void pause(int seconds);
     [[noreturn]] void notYetAvailable();
 
+    // vNIC, iSCSI boot, usNIC and boot-table actions (AdapterAgentVnic.cpp).
+    void vnicChange();
+    void vnicRemoval();
+
+    // Transfers: configuration import and export, firmware update,
+    // activation and cancellation (AdapterAgentTransfer.cpp).
+    void prepareTransfer();
+    void configTransfer();
+    void firmwareAction();
+
     // Per request.
     std::array<bool, kGetPropertyCount> m_get{};
     int m_cardIndex = 0;

@@ -670,6 +670,7 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
     char command[1024];
     std::string output;
     int status = 0;
+    prepareTransfer();
     // Exactly one operation runs (the first recorded, in this order); the
     // adapter parameters follow in every case.
     if (m_standbyRequested) {
@@ -696,8 +697,10 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
             m_status = 2;
             throw ProcessingException("Failed to set uplink speed: %s", output.c_str());
         }
-    } else if (m_configOperation != -1 || m_enicCreate || m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
-        notYetAvailable();
+    } else if (m_configOperation != -1) {
+        configTransfer();
+    } else if (m_enicCreate || m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
+        vnicChange();
     } else if (m_deleteVnic) {
         if (format(command, sizeof command, "%s -i %s %s vorn_delete_vnic \"%s\"", mpt, vif, mac, m_vnicName.c_str()) &&
             (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
@@ -705,7 +708,7 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
             m_status = 2;
         }
     } else if (m_iscsiBootDelete || m_createFnicChild || m_deleteFnicChild || m_fnicBootTableModify) {
-        notYetAvailable();
+        vnicRemoval();
     } else if (m_clearPersistentBindings) {
         if (format(command, sizeof command, "%s -i %s %s ping", mpt, vif, mac) &&
             (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
@@ -721,7 +724,7 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
             m_status = 2;
         }
     } else if (m_adapterUpdate || m_adapterActivate || m_adapterCancelUpdate) {
-        notYetAvailable();
+        firmwareAction();
     }
     adapterParameters();
     return m_status;
