@@ -211,8 +211,29 @@ protected:
     [[noreturn]] void notYetAvailable();
 
     // vNIC, iSCSI boot, usNIC and boot-table actions (AdapterAgentVnic.cpp).
-    void vnicChange();
-    void vnicRemoval();
+    // `arguments` is the request's map as preProcessSet left it: for the
+    // index forms the vNIC or boot-table properties still to be written.
+    void vnicChange(TokenMap& arguments);
+    void vnicRemoval(TokenMap& arguments);
+    // Writes every entry of `arguments` ("name value " lines, key order) into
+    // `propertyFile`, runs `command` (which names that file), and collects
+    // its output. Refuses (-1, nothing run) an entry without a value, or a
+    // name or value that fails "general_rule" (so no line end can add a
+    // line). The exit status, or -1; the file is removed in every case.
+    int updateBackend(const char* command, TokenMap& arguments, std::string& output, const char* propertyFile);
+    // A fresh property-file path for one call (see AdapterAgentVnic.cpp).
+    static std::string vnicPropertyFile();
+    // Writes `lines` to a fresh property file and runs `command`, `joiner`
+    // and the file's path ("... FILE" or "... < FILE"); the file is removed
+    // afterwards. The exit status, or -1.
+    int runWithPropertyFile(const std::string& lines, const char* command, const char* joiner, std::string& output);
+    // The first iSCSI-bootable vNIC of the card other than `except` ("" when
+    // none or the tool fails).
+    std::string otherIscsiBootVnic(const std::string& except);
+    // Gives `vnic` the iSCSI initiator priority `priority` (the partner
+    // vNIC's side of a configuration or a delete); failures are logged.
+    void setIscsiPriority(const std::string& vnic, const char* priority);
+    void bootTableChange(TokenMap& arguments);
 
     // Transfers: configuration import and export, firmware update,
     // activation and cancellation (AdapterAgentTransfer.cpp).

@@ -699,8 +699,9 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
         }
     } else if (m_configOperation != -1) {
         configTransfer();
-    } else if (m_enicCreate || m_enicModify || m_iscsiBootConfigure || m_usnicConfigure) {
-        vnicChange();
+    } else if (m_enicCreate || m_fnicCreate || m_enicModify || m_fnicModify || m_iscsiBootConfigure ||
+               m_usnicConfigure) {
+        vnicChange(arguments);
     } else if (m_deleteVnic) {
         if (format(command, sizeof command, "%s -i %s %s vorn_delete_vnic \"%s\"", mpt, vif, mac, m_vnicName.c_str()) &&
             (status = invokeBackend(command, output, "AdapterAgent")) != 0) {
@@ -708,7 +709,7 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
             m_status = 2;
         }
     } else if (m_iscsiBootDelete || m_createFnicChild || m_deleteFnicChild || m_fnicBootTableModify) {
-        vnicRemoval();
+        vnicRemoval(arguments);
     } else if (m_clearPersistentBindings) {
         if (format(command, sizeof command, "%s -i %s %s ping", mpt, vif, mac) &&
             (status = invokeBackend(command, output, "AdapterAgent")) != 0) {

@@ -138,6 +138,182 @@ cardutil() {
   esac
 }
 
+# --- vNIC, iSCSI boot, usNIC and boot-table writes ----------------------------
+# vnic_write COMMAND ARGS...: the management-processor tool's vNIC commands
+# on card $slot ($base). Properties come as "name value " lines from the
+# property file named last, or from standard input (the boot-table change).
+# Every change is made in a scratch copy and moved into place whole, so a
+# refused property leaves the card as it was.
+vnic_write() {
+  vw_command=$1
+  shift
+  tmp="$base/.vnicwrite.$$"
+  trap 'rm -f "$tmp" "$tmp.new"' EXIT
+  case "$vw_command" in
+    vorn_list_iscsi_bootable_vnics)
+      echo "---"
+      for n in $(vnics "$slot"); do
+        [ -f "$base/vnics/$n/iscsi" ] && echo "$n"
+      done
+      echo "..."
+      return 0 ;;
+    vorn_add_vnic)
+      type=$1 name=$2
+      vnic_type_ok "$type"
+      check_name "$name" vnic
+      d="$base/vnics/$name"
+      [ -e "$d" ] && fail "vnic $name already exists"
+      [ "$(ls "$base/vnics" | wc -l)" -lt 16 ] || fail "at most 16 vnics per adapter"
+      vnic_props "$3"
+      n=$(ls "$base/vnics" | wc -l)
+      order=$(for f in "$base"/vnics/*/vnic; do kv "$f" order; done | awk -F. '{ if ($1 + 0 > m) m = $1 + 0 } END { print m + 1 ".0" }')
+      mac=$(kv "$base/card" mac)
+      own=$(printf '%s:%02x' "${mac%:*}" $((64 + n)))
+      if [ "$type" = eth ]; then
+        printf 'name: %s\ntype: eth\norder: %s\nmac: %s\nmtu: 1500\nvlan: none\ncos: 0\nuplink: 0\nchannel: 0\npts: no\nboot: disabled\niscsi-boot: disabled\n' "$name" "$order" "$own" > "$tmp.new"
+      else
+        printf 'name: %s\ntype: fc\norder: %s\nwwnn: 10:00:%s\nwwpn: 20:00:%s\nuplink: 0\nboot: disabled\npersistent-lun-binding: disabled\n' "$name" "$order" "$own" "$own" > "$tmp.new"
+      fi
+      vnic_apply "$tmp.new"
+      mkdir -p "$d" && mv "$tmp.new" "$d/vnic"
+      return 0 ;;
+    vorn_modify_vnic)
+      type=$1 name=$2
+      vnic_type_ok "$type"
+      vnic_dir "$name"
+      [ "$(kv "$d/vnic" type)" = "$type" ] || fail "vnic $name is not of type $type"
+      vnic_props "$3"
+      op=$(awk '$1 == "boot-table-op" { print $2; exit }' "$tmp")
+      if [ -n "$op" ]; then
+        [ "$type" = fc ] || fail "only a vHBA has a boot table"
+        boot_table_change "$d/boot" "$op"
+      else
+        cp "$d/vnic" "$tmp.new"
+        vnic_apply "$tmp.new"
+        mv "$tmp.new" "$d/vnic"
+      fi
+      return 0 ;;
+    vorn_set_iscsiboot_params)
+      vnic_dir "$1"
+      [ "$(kv "$d/vnic" type)" = eth ] || fail "vnic $1 is not an Ethernet vnic"
+      vnic_props "$2"
+      if [ -f "$d/iscsi" ]; then
+        cp "$d/iscsi" "$tmp.new"
+      else
+        [ "$(ls "$base"/vnics/*/iscsi 2>/dev/null | wc -l)" -lt 2 ] || fail "at most two vnics boot from iSCSI"
+        printf 'iscsi-boot: enabled\ninitiator-priority: primary\n' > "$tmp.new"
+      fi
+      vnic_apply "$tmp.new"
+      case "$(kv "$tmp.new" initiator-priority)" in primary|secondary) ;; *) fail "initiator-priority is primary or secondary" ;; esac
+      mv "$tmp.new" "$d/iscsi"
+      setkv "$d/vnic" iscsi-boot enabled
+      return 0 ;;
+    vorn_delete_iscsiboot_config)
+      vnic_dir "$1"
+      [ -f "$d/iscsi" ] || fail "iSCSI boot is not configured on vnic $1"
+      rm -f "$d/iscsi"
+      setkv "$d/vnic" iscsi-boot disabled
+      return 0 ;;
+    vorn_set_usnic_params)
+      vnic_dir "$1"
+      [ "$(kv "$d/vnic" type)" = eth ] || fail "vnic $1 is not an Ethernet vnic"
+      case "$2" in ''|*[!0-9]*) fail "invalid usNIC count $2" ;; esac
+      [ "$2" -le 225 ] || fail "at most 225 usNIC interfaces"
+      vnic_props "$3"
+      if [ -f "$d/usnic" ]; then cp "$d/usnic" "$tmp.new"; else printf 'transmit-queue-count: 1\nreceive-queue-count: 1\n' > "$tmp.new"; fi
+      setkv "$tmp.new" usnic-count "$2"
+      vnic_apply "$tmp.new"
+      mv "$tmp.new" "$d/usnic"
+      return 0 ;;
+  esac
+  fail "unknown command $vw_command" 2
+}
+
+vnic_type_ok() { case "$1" in eth|fc) ;; *) fail "invalid vnic type $1" ;; esac; }
+
+# d: the folder of the existing vNIC NAME of this card.
+vnic_dir() {
+  check_name "$1" vnic
+  [ -f "$base/vnics/$1/vnic" ] || fail "vnic $1 not found"
+  d="$base/vnics/$1"
+}
+
+# The property lines of FILE (standard input when FILE is empty) as "name
+# value" lines in $tmp; a property name is lower-case letters, digits and
+# "-", a value one word of plain characters.
+vnic_props() {
+  if [ -n "$1" ]; then
+    [ -f "$1" ] || fail "cannot read property file $1"
+    cat "$1"
+  else
+    cat
+  fi | awk 'NF { print $1 " " $2 }' > "$tmp"
+  while read -r key value; do
+    case "$key" in ''|-*|*[!a-z0-9-]*) fail "invalid property name $key" ;; esac
+    case "$value" in *[!A-Za-z0-9_.:,/@%+=-]*) fail "invalid value for $key" ;; esac
+  done < "$tmp"
+}
+
+# Sets every property of $tmp in FILE; name and type never change.
+vnic_apply() {
+  while read -r key value; do
+    case "$key" in
+      name|type) fail "property $key cannot be changed" ;;
+      boot-table-op|boot-entry) ;;
+      *) setkv "$1" "$key" "$value" ;;
+    esac
+  done < "$tmp"
+}
+
+# A boot-table change of the vHBA's BOOT file: OP create, modify or delete
+# of the entry named by "boot-entry"; create needs the target WWPN and LUN.
+boot_table_change() { # boot-file op
+  entry=$(awk '$1 == "boot-entry" { print $2; exit }' "$tmp")
+  case "$entry" in ''|*[!0-9]*) fail "invalid boot entry $entry" ;; esac
+  [ -f "$1" ] || : > "$1"
+  exists=no
+  grep -qx "boot-entry: $entry" "$1" && exists=yes
+  case "$2" in
+    create)
+      [ $exists = no ] || fail "boot entry $entry already exists"
+      [ "$(grep -c '^boot-entry:' "$1")" -lt 4 ] || fail "at most 4 boot entries"
+      for k in boot-target-wwpn boot-lun-id; do
+        grep -q "^$k " "$tmp" || fail "$k missing"
+      done ;;
+    modify|delete) [ $exists = yes ] || fail "boot entry $entry not found" ;;
+    *) fail "invalid boot table operation $2" ;;
+  esac
+  while read -r key value; do
+    case "$key" in
+      boot-table-op|boot-entry) ;;
+      boot-target-wwpn) echo "$value" | grep -Eq '^([0-9A-Fa-f]{2}:){7}[0-9A-Fa-f]{2}$' || fail "invalid boot-target-wwpn $value" ;;
+      boot-lun-id) case "$value" in ''|*[!0-9]*) fail "invalid boot-lun-id $value" ;; esac ;;
+      *) fail "unknown boot table property $key" ;;
+    esac
+  done < "$tmp"
+  awk -v op="$2" -v e="$entry" -v props="$tmp" '
+    BEGIN {
+      cur = "none"  # before the first entry (an unset variable would equal entry 0)
+      while ((getline l < props) > 0) {
+        split(l, f, " ")
+        if (f[1] == "boot-table-op" || f[1] == "boot-entry") continue
+        k[++nk] = f[1]; v[f[1]] = f[2]
+      }
+    }
+    function rest(   i) { for (i = 1; i <= nk; i++) if (!(k[i] in seen)) print k[i] ": " v[k[i]] }
+    /^boot-entry:/ { if (cur == e && op == "modify") rest(); cur = substr($0, 13) }
+    cur == e && op == "delete" { next }
+    cur == e && op == "modify" {
+      i = index($0, ":"); key = substr($0, 1, i - 1)
+      if (key in v) { print key ": " v[key]; seen[key] = 1; next }
+    }
+    { print }
+    END {
+      if (cur == e && op == "modify") rest()
+      if (op == "create") { print "boot-entry: " e; rest() }
+    }' "$1" > "$tmp.new" && mv "$tmp.new" "$1"
+}
+
 # --- the management-processor tool --------------------------------------------
 mptool() {
   [ "$1" = -i ] && [ $# -ge 4 ] || fail "usage: mptool -i INTERFACE MAC COMMAND [ARGS]" 2
@@ -280,6 +456,9 @@ mptool() {
       case "$a1" in ''|*[!0-9]*) fail "invalid count" ;; esac
       [ "$a1" -le 112 ] || fail "at most 112 VM FEX interfaces"
       setkv "$base/card" pts-enic-count "$a1"
+      return 0 ;;
+    vorn_add_vnic|vorn_modify_vnic|vorn_set_iscsiboot_params|vorn_delete_iscsiboot_config|vorn_set_usnic_params|vorn_list_iscsi_bootable_vnics)
+      vnic_write "$command" "$@"
       return 0 ;;
     *)
       fail "unknown command $command" 2 ;;
