@@ -281,6 +281,10 @@ mptool() {
       [ "$a1" -le 112 ] || fail "at most 112 VM FEX interfaces"
       setkv "$base/card" pts-enic-count "$a1"
       return 0 ;;
+    vorn_vniccfg_export|vorn_vniccfg_import|fwactivate)
+      . "${GDS_ROOT:-}/usr/local/lib/cardsim/transfer.sh"
+      kor_transfer "$command" "$base" "$a1"
+      return 0 ;;
     *)
       fail "unknown command $command" 2 ;;
   esac
