@@ -7,6 +7,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <cstdint>
 
 #include "ASocket.h"
 
@@ -51,6 +52,13 @@ public:
     // peer read nothing for the send time-out); 0 while writes succeed.
     int getWriteError() const { return m_writeError; }
 
+    // Starts the write budget of one reply: the time spent writing its
+    // packets (not the time spent preparing them) is at most `deadlineMs`
+    // (0: no budget). The send time-out alone does not catch a peer that
+    // reads a few bytes now and then, which would hold the connection's
+    // thread for ever.
+    void beginReply(int deadlineMs);
+
 private:
     void sendFormatted(int needed, const char* format, ...) __attribute__((format(printf, 3, 4)));
     // One packet: header, magic and data leave in one gathered write, so a
@@ -63,6 +71,8 @@ private:
     char* m_scratch;
     int m_scratchCapacity;
     int m_writeError = 0;
+    int64_t m_replyBudgetMs = 0;  // 0: writes are not timed
+    int64_t m_replyWriteMs = 0;   // time spent writing the current reply
 };
 
 // Replaces, in place, every byte that is neither printable nor white space

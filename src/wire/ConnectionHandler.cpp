@@ -195,6 +195,9 @@ void ConnectionHandler::run()
                 // One request writes a bounded number of lines for its items;
                 // the rest are counted in one summary line.
                 ALog::beginItemLines(kItemLogLines);
+                // Writing the reply, whatever its length, may take at most
+                // the frame deadline.
+                m_socket.beginReply(m_manager.getFrameDeadlineMs());
                 processRequest();
                 m_socket.flush();
                 int held = ALog::endItemLines();

@@ -5,11 +5,20 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace {
+
+int64_t monotonicMs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 bool isClean(unsigned char c)
 {
     // isprint/isspace of the C locale, without depending on the locale.
@@ -158,6 +167,13 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
     // that read nothing for the send time-out) is remembered: the rest of
     // the reply is dropped and the connection handler ends the connection.
     while (sent < total && m_fd >= 0 && m_writeError == 0) {
+        if (m_replyBudgetMs > 0 && m_replyWriteMs > m_replyBudgetMs) {
+            // The peer reads, but too slowly to take the reply within its
+            // budget.
+            m_writeError = ETIMEDOUT;
+            return;
+        }
+        int64_t started = m_replyBudgetMs > 0 ? monotonicMs() : 0;
         msghdr msg;
         memset(&msg, 0, sizeof msg);
         msg.msg_iov = parts;
@@ -165,6 +181,9 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
         ssize_t n = sendmsg(m_fd, &msg, MSG_NOSIGNAL);
         if (n < 0 && errno == ENOTSOCK) {
             n = writev(m_fd, parts, count);
+        }
+        if (m_replyBudgetMs > 0) {
+            m_replyWriteMs += monotonicMs() - started;
         }
         if (n < 0) {
             if (errno == EINTR) {
@@ -183,6 +202,12 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
             skip -= take;
         }
     }
+}
+
+void GUIDataSocket::beginReply(int deadlineMs)
+{
+    m_replyBudgetMs = deadlineMs;
+    m_replyWriteMs = 0;
 }
 
 bool GUIDataSocket::checkTmpBuffer(int size)

@@ -11,6 +11,7 @@
 
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 #include "aim_config.h"
 
@@ -22,29 +23,20 @@ std::string property(const char* name)
     return aim_config_get_str(name, value) ? value : "<unset>";
 }
 
-bool waitFor(const std::function<bool()>& done)
-{
-    // 15 seconds, longer for slow builds (sanitizers, the emulator).
-    for (int i = 0; i < 150 * ProjectBinary::slowdown() && !done(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return done();
-}
-
 TEST(BiosTokens, GathererFollowsTheSimulatedBios)
 {
     TestRoot root(true);
     GdsProcess gds(root);
     gds.setEnv("GDS_BIOS_POLL_SECONDS", "1");
     ASSERT_TRUE(gds.start()) << gds.output();
-    ASSERT_TRUE(waitFor([&] { return property("BiosTokenDataAvailable") == "1"; })) << gds.output();
+    ASSERT_TRUE(waitFor([&] { return property("BiosTokenDataAvailable") == "1"; }, 15)) << gds.output();
     EXPECT_TRUE(root.exists("/tmp/BiosTokens/advanced/cmd/validvalues"));
     // The BIOS writes a new document; the next poll applies it.
     root.writeFile("/doc.xml", "<?xml version='1.0' ?><bios-params><CPUPerformance value='Custom' /></bios-params>");
     ASSERT_EQ(0, system(("GDS_ROOT='" + root.dir() + "' " + ProjectBinary::command("biossim") + " write - < '" +
                          root.path("/doc.xml") + "' >/dev/null")
                             .c_str()));
-    EXPECT_TRUE(waitFor([] { return property("CPUPerformance") == "Custom"; })) << gds.output();
+    EXPECT_TRUE(waitFor([] { return property("CPUPerformance") == "Custom"; }, 15)) << gds.output();
 }
 
 }  // namespace

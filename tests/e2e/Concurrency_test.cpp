@@ -22,6 +22,7 @@
 #include "GDSClient.h"
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 #include "aim_config.h"
 
@@ -115,14 +116,6 @@ std::string aimText(const char* name)
     return aim_config_get_str(name, value) ? value : "<unset>";
 }
 
-bool waitFor(const std::function<bool()>& done)
-{
-    for (int i = 0; i < 150 * ProjectBinary::slowdown() && !done(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return done();
-}
-
 class Concurrency : public testing::Test {
 protected:
     void SetUp() override
@@ -130,7 +123,7 @@ protected:
         root.writeFile("/tmp/gdsprint_override", "");  // every request writes its audit line
         gds.setEnv("GDS_BIOS_POLL_SECONDS", "1");
         ASSERT_TRUE(gds.start()) << gds.output();
-        ASSERT_TRUE(waitFor([] { return aimText("BiosTokenDataAvailable") == "1"; })) << gds.output();
+        ASSERT_TRUE(waitFor([] { return aimText("BiosTokenDataAvailable") == "1"; }, 15)) << gds.output();
     }
 
     // Runs `w` as thread `t`; problems are collected, not asserted, because
@@ -220,7 +213,7 @@ TEST_F(Concurrency, SharedStateFromManyConnections)
     // The gatherer kept up with the BIOS: the last document is applied.
     ASSERT_GT(documents.load(), 0);
     std::string last = kBiosValues[(documents - 1) % 2];
-    EXPECT_TRUE(waitFor([&] { return aimText("CPUPerformance") == last; }))
+    EXPECT_TRUE(waitFor([&] { return aimText("CPUPerformance") == last; }, 15))
         << "CPUPerformance is " << aimText("CPUPerformance") << ", want " << last;
 
     // One whole audit line per request, none mixed with another.

@@ -24,16 +24,10 @@
 #include "GDSClient.h"
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 
 namespace {
-
-std::string be32(int v)
-{
-    unsigned int u = static_cast<unsigned int>(v);
-    return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
-                       static_cast<char>(u)};
-}
 
 int threadCount(pid_t pid)
 {
@@ -59,39 +53,6 @@ int descriptorCount(pid_t pid)
     }
     closedir(d);
     return n;
-}
-
-bool waitFor(const std::function<bool()>& done, int seconds)
-{
-    for (int i = 0; i < seconds * 10 && !done(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return done();
-}
-
-int connectTo(int port)
-{
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-        close(s);
-        return -1;
-    }
-    return s;
-}
-
-// True when the server has closed `fd` (end of stream or reset).
-bool closedByServer(int fd)
-{
-    pollfd p = {fd, POLLIN, 0};
-    if (poll(&p, 1, 0) != 1) {
-        return false;
-    }
-    char c;
-    return recv(fd, &c, 1, MSG_DONTWAIT) <= 0;
 }
 
 class Hostile : public testing::Test {
@@ -201,10 +162,6 @@ TEST_F(Hostile, PeerThatNeverReadsIsClosed)
         } else if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
             closed = true;
         }
-    }
-    if (!closed) { // DIAG
-        std::string cmd = "ss -tnoim state all '( sport = :" + std::to_string(gds.legacyPort()) + " or dport = :" + std::to_string(gds.legacyPort()) + " )' >&2; for t in /proc/" + std::to_string(gds.pid()) + "/task/*; do echo $t $(cat $t/wchan) $(cat $t/stat | cut -d' ' -f3) >&2; done";
-        system(cmd.c_str());
     }
     EXPECT_TRUE(closed);
     EXPECT_TRUE(waitFor([&] { return threadCount(gds.pid()) <= threads; }, 20)) << threadCount(gds.pid());

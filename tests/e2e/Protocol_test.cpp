@@ -9,16 +9,10 @@
 
 #include "GDSClient.h"
 #include "GdsProcess.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 
 namespace {
-
-std::string be32(int v)
-{
-    unsigned int u = static_cast<unsigned int>(v);
-    return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
-                       static_cast<char>(u)};
-}
 
 std::string json(const std::string& text)
 {

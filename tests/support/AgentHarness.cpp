@@ -1,18 +1,10 @@
 #include "AgentHarness.h"
+#include "RawWire.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cstring>
-
-namespace {
-std::string be32(int v)
-{
-    unsigned int u = static_cast<unsigned int>(v);
-    return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
-                       static_cast<char>(u)};
-}
-}  // namespace
 
 AgentHarness::AgentHarness(int privileges) : m_root(new TestRoot(true))
 {

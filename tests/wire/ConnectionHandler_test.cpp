@@ -12,23 +12,12 @@
 #include "DataHandler.h"
 #include "GUIDataServer.h"
 #include "ProcessingException.h"
+#include "RawWire.h"
 #include "StubAgent.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
 
 namespace {
-
-std::string be32(int v)
-{
-    unsigned int u = static_cast<unsigned int>(v);
-    return std::string{static_cast<char>(u >> 24), static_cast<char>(u >> 16), static_cast<char>(u >> 8),
-                       static_cast<char>(u)};
-}
-
-std::string legacy(const std::string& text, int word = 0x7f)
-{
-    return be32(static_cast<int>(text.size()) + 4) + be32(word) + "BEEF" + text;
-}
 
 class Framing : public testing::Test {
 protected:
@@ -61,10 +50,10 @@ protected:
 TEST_F(Framing, FramesAreSplit)
 {
     const std::vector<std::pair<std::string, std::string>> legacyCases = {
-        {legacy("get=sshPort"), "get=sshPort|127|0||"},
-        {legacy("x", 0x01000007), "x|7|1||"},
-        {legacy("a\nb\n\n\n"), "a\nb|127|0||"},  // trailing line ends removed, inner kept
-        {legacy(std::string(8092, 'g')), std::string(8092, 'g') + "|127|0||"},  // longest text
+        {legacyFrame("get=sshPort"), "get=sshPort|127|0||"},
+        {legacyFrame("x", 0x01000007), "x|7|1||"},
+        {legacyFrame("a\nb\n\n\n"), "a\nb|127|0||"},  // trailing line ends removed, inner kept
+        {legacyFrame(std::string(8092, 'g')), std::string(8092, 'g') + "|127|0||"},  // longest text
     };
     const std::vector<std::pair<std::string, std::string>> jsonCases = {
         {R"({"Magic":"BEEF","Privilege":34,"Command":"get=a\n","Username":"admin","Interface":"web"})",

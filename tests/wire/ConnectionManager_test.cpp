@@ -15,6 +15,7 @@
 
 #include "GUIDataServer.h"
 #include "HandlerFactory.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 
 namespace {
@@ -45,25 +46,6 @@ int listener(int& port)
     return s;
 }
 
-int connectTo(int port)
-{
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    return s;
-}
-
-// True when the other end has been closed or shut down.
-bool ended(int fd)
-{
-    pollfd p = {fd, POLLIN, 0};
-    char c;
-    return poll(&p, 1, 2000) == 1 && recv(fd, &c, 1, MSG_DONTWAIT) <= 0;
-}
-
 TEST(ConnectionManager, FailuresBuildingAConnectionCloseOnlyIt)
 {
     TestRoot root(true);
@@ -78,7 +60,7 @@ TEST(ConnectionManager, FailuresBuildingAConnectionCloseOnlyIt)
         testing::internal::CaptureStdout();
         EXPECT_NO_THROW(EXPECT_TRUE(manager.acceptOne(s, false))) << badAlloc;
         testing::internal::GetCapturedStdout();
-        EXPECT_TRUE(ended(client)) << badAlloc;
+        EXPECT_TRUE(closedByServer(client, 2000)) << badAlloc;
         EXPECT_EQ(0, manager.openConnections());
         close(client);
         close(s);
@@ -104,14 +86,14 @@ TEST(ConnectionManager, AtTheCapTheLongestIdleConnectionMakesRoom)
     EXPECT_EQ(3, manager.openConnections());
     // Room for one more: 2 (idle longest among the rest) is shut down.
     EXPECT_TRUE(manager.makeRoomForConnection());
-    EXPECT_TRUE(ended(pairs[2][1]));
+    EXPECT_TRUE(closedByServer(pairs[2][1], 2000));
     EXPECT_EQ(2, manager.openConnections());
     // A request just finished on 3 makes it the most recently idle; with
     // the cap at 1, 3 goes and 0, still busy, stays: no room is left.
     manager.setMaxConnections(1);
     manager.connectionBusy(&keys[3], false);
     EXPECT_FALSE(manager.makeRoomForConnection());
-    EXPECT_TRUE(ended(pairs[3][1]));
+    EXPECT_TRUE(closedByServer(pairs[3][1], 2000));
     pollfd p = {pairs[0][1], POLLIN, 0};
     EXPECT_EQ(0, poll(&p, 1, 0));  // the busy one is untouched
     p.fd = pairs[1][1];
