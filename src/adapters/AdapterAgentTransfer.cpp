@@ -30,13 +30,9 @@ struct RemoveOnExit {
     ~RemoveOnExit() { unlink(file.c_str()); }
 };
 
-}  // namespace
-
-bool AdapterAgent::updateStarting = false;
-
 // The fingerprint file's name is made of the address: only an address that
 // is a plain word without a slash names a file, and only one in /tmp.
-static std::string fingerprintFile(const std::string& address)
+std::string fingerprintFile(const std::string& address)
 {
     if (address.empty() || address.find('/') != std::string::npos ||
         !system_check_user_input(address.c_str(), "general_rule")) {
@@ -44,6 +40,10 @@ static std::string fingerprintFile(const std::string& address)
     }
     return PlatformRoot::path("/tmp/" + address + "_ssh_fingerprint");
 }
+
+}  // namespace
+
+bool AdapterAgent::updateStarting = false;
 
 void AdapterAgent::prepareTransfer()
 {

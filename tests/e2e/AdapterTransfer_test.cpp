@@ -82,7 +82,11 @@ protected:
 TEST_F(AdapterTransfer, ExportImportRoundTrips)
 {
     const std::string credentials = ",admin," + kPassword + ")";
-    EXPECT_EQ(kOk, set("adapterConfig(2,1,ftp,192.0.2.10,/cfg/card2.xml" + credentials));
+    root.writeFile("/tmp/192.0.2.10_ssh_fingerprint", "9f:3a:c2\n");
+    EXPECT_EQ(kOk, set("adapterConfig(2,1,sftp,192.0.2.10,/cfg/card2.xml" + credentials));
+    EXPECT_NE(std::string::npos,
+              root.readFile("/var/remote/curl.log").find("--connect-timeout 10 --hostpubmd5 9f:3a:c2\n"));
+    EXPECT_FALSE(root.exists("/tmp/192.0.2.10_ssh_fingerprint"));
     EXPECT_EQ(kOk, set("deleteVnic(2,eth5)"));
     EXPECT_EQ(kOk, set("adapterConfig(2,0,ftp,192.0.2.10,/cfg/card2.xml" + credentials));
     EXPECT_NE(std::string::npos, ask("get=enic[2 eth5]").find("<name>eth5</name>"));
