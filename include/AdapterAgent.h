@@ -240,6 +240,28 @@ protected:
     void prepareTransfer();
     void configTransfer();
     void firmwareAction();
+    // A transfer of `localFile` (controller path) to (upload) or from the
+    // remote server; the transfer client's exit status, or -1 when the
+    // command cannot be built or run. The password never reaches a log.
+    int transfer(bool upload, const char* localFile);
+    bool transferCommand(char* buffer, size_t size, bool upload, const std::string& localFile, const char* password);
+    // Throws "Invalid Parameters" unless every remote text obeys its rule.
+    void checkRemoteTexts();
+    void removeFingerprint();
+    void configAllCards();
+    void firmwareUpdate();
+    void firmwareActivate();
+    void cancelUpdate();
+    // Releases a card from its bypass reset after activation; throws the
+    // slot (an int) when the card cannot be found or released.
+    void bypassResetSequence(int slot);
+    // Type codes of the cards that can be reset (and bypass-reset).
+    static bool resettableType(int type);
+    bool m_remoteIsIpv6 = false;
+    std::string m_transferOptions;  // the transfer client's options, set for every set request
+    // True while one agent downloads an image and starts updates (under
+    // m_mutex, like updatingCards).
+    static bool updateStarting;
 
     // Per request.
     std::array<bool, kGetPropertyCount> m_get{};

@@ -733,8 +733,16 @@ int AdapterAgent::postProcessSet(ConnectionHandler& connection, TokenMap& argume
 
 namespace {
 
-// Type codes of the cards that can be reset.
-bool resettable(int type)
+void audit(const char* line)
+{
+    openlog("AUDIT", LOG_PID, LOG_AUTHPRIV);
+    syslog(LOG_NOTICE, "%s", line);
+    closelog();
+}
+
+}  // namespace
+
+bool AdapterAgent::resettableType(int type)
 {
     static const int kTypes[] = {3, 36, 37, 50, 51, 57, 81, 91, 92, 93, 94};
     for (int t : kTypes) {
@@ -744,15 +752,6 @@ bool resettable(int type)
     }
     return false;
 }
-
-void audit(const char* line)
-{
-    openlog("AUDIT", LOG_PID, LOG_AUTHPRIV);
-    syslog(LOG_NOTICE, "%s", line);
-    closelog();
-}
-
-}  // namespace
 
 void AdapterAgent::pause(int seconds)
 {
@@ -788,7 +787,7 @@ void AdapterAgent::resetAdapter(int slot)
     if (c == nullptr) {
         throw ProcessingException("Failed adapter reset. Card in slot %d not found.", slot);
     }
-    if (!resettable(get_card_type(c))) {
+    if (!resettableType(get_card_type(c))) {
         throw "This card type does not support the reset command.";
     }
     bool active = is_card_active(c) != 0;

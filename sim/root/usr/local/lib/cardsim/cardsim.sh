@@ -460,6 +460,10 @@ mptool() {
     vorn_add_vnic|vorn_modify_vnic|vorn_set_iscsiboot_params|vorn_delete_iscsiboot_config|vorn_set_usnic_params|vorn_list_iscsi_bootable_vnics)
       vnic_write "$command" "$@"
       return 0 ;;
+    vorn_vniccfg_export|vorn_vniccfg_import|fwactivate)
+      . "${GDS_ROOT:-}/usr/local/lib/cardsim/transfer.sh"
+      kor_transfer "$command" "$base" "$a1"
+      return 0 ;;
     *)
       fail "unknown command $command" 2 ;;
   esac
