@@ -127,6 +127,10 @@ public:
     // still has to pass system_check_user_input before it stands in a line.
     static void escapePassword(std::string& text);
     static void escapeShellMetaChar(std::string& text);
+    // For logs: false when `request` holds no call with a password argument
+    // (adapterConfig, adapterUpdate, inventoryUpload); otherwise true with
+    // `masked` a copy whose password arguments read "********".
+    static bool maskPasswords(const char* request, std::string& masked);
     // Removes one leading and then one trailing double quote, where present.
     static void removeQuotesInString(std::string& text);
     // Checks a file name: at most 254 characters of A-Z a-z 0-9 - _ . /,

@@ -672,6 +672,50 @@ void DataAgent::escapeShellMetaChar(std::string& text)
     escapeCharacters(text, kShellSet);
 }
 
+bool DataAgent::maskPasswords(const char* request, std::string& masked)
+{
+    // The calls whose arguments carry a password, and its position (from 0).
+    // The local form of adapterUpdate has a slot number there instead: a
+    // masked slot in a log line costs nothing.
+    static const struct {
+        const char* call;
+        size_t argument;
+    } kCalls[] = {{"adapterConfig(", 6}, {"adapterUpdate(", 4}, {"inventoryUpload(", 4}};
+    if (request == nullptr) {
+        return false;
+    }
+    bool found = false;
+    for (const auto& c : kCalls) {
+        if (strstr(request, c.call) == nullptr) {
+            continue;
+        }
+        if (!found) {
+            masked = request;
+            found = true;
+        }
+        for (size_t at = masked.find(c.call); at != std::string::npos; at = masked.find(c.call, at + 1)) {
+            // Arguments end at an unescaped comma or the closing parenthesis.
+            size_t i = at + strlen(c.call);
+            for (size_t argument = 0; argument < c.argument && i < masked.size() && masked[i] != ')'; ++i) {
+                if (masked[i] == '\\') {
+                    ++i;
+                } else if (masked[i] == ',') {
+                    ++argument;
+                }
+            }
+            size_t end = i;
+            while (end < masked.size() && masked[end] != ',' && masked[end] != ')') {
+                end += masked[end] == '\\' ? 2 : 1;
+            }
+            end = end < masked.size() ? end : masked.size();
+            if (i < end) {
+                masked.replace(i, end - i, "********");
+            }
+        }
+    }
+    return found;
+}
+
 void DataAgent::removeQuotesInString(std::string& text)
 {
     if (text.empty()) {

@@ -716,6 +716,9 @@ int ConnectionHandler::processRequest()
         m_socket.writeString("<root>");
     }
     const char* iface = auditInterfaceName;
+    // The debug log shows the request, but never a password in it.
+    std::string masked;
+    const char* loggedRequest = DataAgent::maskPasswords(requestBuffer, masked) ? masked.c_str() : requestBuffer;
     try {
         bool error = false;
         bool userPolicySeen = false;
@@ -827,29 +830,29 @@ int ConnectionHandler::processRequest()
             }
             m_socket.writeString("</root>\n");
         }
-        gds_debug_log(1, "interface %s => %s and ret=%d\n", iface, requestBuffer, error ? 1 : 0);
+        gds_debug_log(1, "interface %s => %s and ret=%d\n", iface, loggedRequest, error ? 1 : 0);
     } catch (ProcessingException& e) {
         m_log.logInfo("ConnectionHandler::processRequest: ProcessingException: %s\n", e.getMessage());
-        gds_debug_log(1, "interface %s => %s and  ProcessingException\n", iface, requestBuffer);
+        gds_debug_log(1, "interface %s => %s and  ProcessingException\n", iface, loggedRequest);
         writeErrorReply("<errorMsg>%s</errorMsg>", e.getMessage());
     } catch (SecurityException& e) {
         m_log.logInfo("ConnectionHandler::processRequest: SecurityException: %s\n", e.getMessage());
-        gds_debug_log(1, "interface %s => %s and SecurityException\n", iface, requestBuffer);
+        gds_debug_log(1, "interface %s => %s and SecurityException\n", iface, loggedRequest);
         writeErrorReply("<errorMsg>%s</errorMsg>", e.getMessage());
     } catch (RequestFormatException& e) {
         m_log.logInfo("ConnectionHandler::processRequest: RequestFormatException");
-        gds_debug_log(1, "interface %s => %s RequestFormatException\n", iface, requestBuffer);
+        gds_debug_log(1, "interface %s => %s RequestFormatException\n", iface, loggedRequest);
         writeErrorReply("<errorMsg>%s</errorMsg>", "Bad request format");
     } catch (const char* message) {
         if (message == nullptr) {
             message = "";
         }
         m_log.logInfo("ConnectionHandler::processRequest: Exception: %s\n", message);
-        gds_debug_log(1, "interface %s => %s exMessage %s\n", iface, requestBuffer, message);
+        gds_debug_log(1, "interface %s => %s exMessage %s\n", iface, loggedRequest, message);
         writeErrorReply("<errorMsg>General error: %s</errorMsg>", message);
     } catch (...) {
         m_log.logInfo("ConnectionHandler::processRequest: Exception of unknown type while processing request.\n");
-        gds_debug_log(1, "interface %s => %s and unknown \n", iface, requestBuffer);
+        gds_debug_log(1, "interface %s => %s and unknown \n", iface, loggedRequest);
         writeErrorReply("<errorMsg>%s</errorMsg>", "Unexpected error");
     }
     if (rawReply == 0) {

@@ -89,3 +89,29 @@ TEST(Escaping, HostileTextsNeverRunInAShell)
 }
 
 }  // namespace
+
+TEST(Escaping, PasswordsAreMaskedForLogs)
+{
+    const struct {
+        const char* request;
+        const char* logged;  // null: nothing to mask
+    } cases[] = {
+        {"get=adapter", nullptr},
+        {"set=adapterConfig(2,1,scp,192.0.2.9,/c.xml,admin,s3cret)",
+         "set=adapterConfig(2,1,scp,192.0.2.9,/c.xml,admin,********)"},
+        {"set=adapterUpdate(scp,192.0.2.9,/fw.bin,u,p\\,w\\)d,0,2)",
+         "set=adapterUpdate(scp,192.0.2.9,/fw.bin,u,********,0,2)"},
+        {"set=inventoryUpload(tftp,10.0.0.5,/inv,user,pw),inventoryUpload(tftp,h,/p,u,again)",
+         "set=inventoryUpload(tftp,10.0.0.5,/inv,user,********),inventoryUpload(tftp,h,/p,u,********)"},
+        // Too few arguments, or a request cut short: nothing past the end.
+        {"set=adapterConfig(2,0)", "set=adapterConfig(2,0)"},
+        {"set=inventoryUpload(a,b,c,d,unfinished", "set=inventoryUpload(a,b,c,d,********"},
+    };
+    for (const auto& c : cases) {
+        std::string masked;
+        EXPECT_EQ(c.logged != nullptr, DataAgent::maskPasswords(c.request, masked)) << c.request;
+        if (c.logged != nullptr) {
+            EXPECT_EQ(c.logged, masked);
+        }
+    }
+}
