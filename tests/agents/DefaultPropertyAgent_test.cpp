@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "AgentHarness.h"
+#include "ReplyText.h"
 
 namespace {
 
@@ -31,10 +32,8 @@ protected:
     std::string mapPath;
 };
 
-const char kOk[] = "<root><status>ok</status>\n</root>\n";
-const char kFailed[] =
-    "<root><status>error</status>\n<errorMsg>The current operation failed. BRESK may be running any critical "
-    "operation or in error state. Retry after sometime or reboot BRESK if necessary </errorMsg>\n</root>\n";
+const std::string kOk = okReply("");
+const std::string kFailed = "<root>" + kGeneralError;
 const char kRefused[] = "<root><status>error</status><errorMsg>Insufficient privileges.</errorMsg></root>";
 
 // Privileges, bounds and types in one table: each set's reply and the value read back. A later
@@ -51,7 +50,7 @@ TEST_F(MapFile, PrivilegesBoundsAndTypes)
     struct Case {
         const char* request;
         int mask;
-        const char* reply;
+        std::string reply;
         const char* get;  // the element text afterwards
     } cases[] = {
         {"set=hostname:a", 4, kOk, "<hostname>a</hostname>"},
@@ -86,7 +85,7 @@ TEST_F(MapFile, PrivilegesBoundsAndTypes)
 TEST_F(MapFile, UnreadablePropertiesAnswerEmptyAndFail)
 {
     auto h = withMap("flag,never_set_flag,bool,1\nname,never_set_name,string,1\n");
-    EXPECT_EQ(std::string("<root><flag></flag>\n<name></name>\n") + (kFailed + 6), h->request("get=flag,name"));
+    EXPECT_EQ(std::string("<root><flag></flag>\n<name></name>\n") + kFailed.substr(6), h->request("get=flag,name"));
     h->root().writeFile("/var/aim/faults/set.never_set_name", "");
     EXPECT_EQ(kFailed, h->request("set=name:x"));
 }

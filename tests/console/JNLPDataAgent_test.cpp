@@ -2,11 +2,11 @@
 // bad argument lists, the token reply and the session manager's credentials in them.
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 
 #include "AIMClient.h"
 #include "AgentHarness.h"
+#include "ReplyText.h"
 #include "XmlCheck.h"
 
 namespace {
@@ -57,10 +57,9 @@ TEST_F(JNLPAgent, DocumentsMatchTheGoldenFiles)
         {"bootCapture.jnlp(10.0.0.5@0@123@80@17@4@sess-42)", 0x60, "bootCapture_ipv4.jnlp"},
         {"crashCapture.jnlp(fe80::1@1@123@8443@17@4@sess-42)", 0x20, "crashCapture_ipv6.jnlp"},
     };
-    for (const auto& [request, mask, golden] : cases) {
+    for (const auto& [request, mask, file] : cases) {
         std::string document = h.request(request, mask);
-        std::ifstream in(TestRoot::simRoot() + "/../../tests/golden/" + golden, std::ios::binary);
-        std::string expected((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::string expected = golden(file);
         // Only the live console carries credentials, fresh ones each time;
         // the capture players are issued some all the same.
         auto issued = credentials();
@@ -71,8 +70,8 @@ TEST_F(JNLPAgent, DocumentsMatchTheGoldenFiles)
             expected.replace(expected.find("{{USER}}"), 8, issued.back()[3]);
             expected.replace(expected.find("{{PASSWORD}}"), 12, issued.back()[4]);
         }
-        EXPECT_EQ(expected, document) << golden;
-        EXPECT_TRUE(isWellFormedXml(document)) << golden;
+        EXPECT_EQ(expected, document) << file;
+        EXPECT_TRUE(isWellFormedXml(document)) << file;
     }
     EXPECT_EQ(4u, credentials().size());  // not for kvm.jnlp
     h.request("viewer.jnlp(10.0.0.5@0@123@8443@17@4@abc)", 0x20);

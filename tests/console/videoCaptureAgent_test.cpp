@@ -9,13 +9,12 @@
 #include "AIMClient.h"
 #include "AIMStore.h"
 #include "AgentHarness.h"
+#include "ReplyText.h"
 
 namespace {
 
-const char kOk[] = "<root><status>ok</status>\n</root>\n";
-const char kFailed[] =
-    "<root><status>error</status>\n<errorMsg>The current operation failed. BRESK may be running any critical "
-    "operation or in error state. Retry after sometime or reboot BRESK if necessary </errorMsg>\n</root>\n";
+const std::string kOk = okReply("");
+const std::string kFailed = "<root>" + kGeneralError;
 
 class VideoCapture : public testing::Test {
 protected:
@@ -80,7 +79,7 @@ TEST_F(VideoCapture, WritesSwitches)
 {
     // request, privileges, reply, switches stored afterwards (boot, stop on POST, crash); malformed
     // values fail the request and change nothing.
-    const std::tuple<const char*, int, const char*, const char*> cases[] = {
+    const std::tuple<const char*, int, std::string, const char*> cases[] = {
         {"set=videoBootCapture(0,1)", 0x02, kOk, "011"},
         {"set=bootCaptureEnabled:1", 0x00, kOk, "111"},
         {"set=videoCrashCapture:0", 0x02, kOk, "110"},

@@ -7,20 +7,15 @@
 
 #include <thread>
 
-#include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 
 namespace {
 
-const std::string kOk = "<root><status>ok</status>\n</root>\n";
+const std::string kOk = okReply("");
 const std::string kPassword = "S3cret~pw";
 const std::string kUnderway = "update already underway cannot update now";
-
-std::string errorReply(const std::string& message)
-{
-    return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
-}
 
 class AdapterTransfer : public testing::Test {
 protected:
@@ -37,16 +32,7 @@ protected:
         ASSERT_TRUE(gds.start()) << gds.output();
     }
 
-    std::string ask(const std::string& text)
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        o.privileges = 0x02;
-        o.replyTimeoutMs = 30000;  // tools run on a busy machine
-        GDSClient client(o);
-        client.connect();
-        return client.request(text).text;
-    }
+    std::string ask(const std::string& text) { return gds.ask(text, 0x02); }
     std::string set(const std::string& call) { return ask("set=" + call); }
     // Slot 2 from the tftp server (version 5.2(1a)), slot 1 from the ftp server (5.3(2b)).
     std::string update(int slot)

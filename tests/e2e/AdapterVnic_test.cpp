@@ -5,46 +5,23 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
 
 namespace {
 
-const std::string kOk = "<root><status>ok</status>\n</root>\n";
+const std::string kOk = okReply("");
 const char kWwpn[] = "50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:33";  // escaped for the request language
-
-std::string errorReply(const std::string& message)
-{
-    return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
-}
 
 class AdapterVnic : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(gds.start()) << gds.output(); }
 
-    std::string ask(const std::string& text)
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        o.privileges = 0x02;
-        o.replyTimeoutMs = 30000;  // tools run on a busy machine
-        GDSClient client(o);
-        client.connect();
-        return client.request(text).text;
-    }
-    int mptoolRuns()
-    {
-        std::ifstream log(root.path("/var/cards/commands.log"));
-        int n = 0;
-        for (std::string line; std::getline(log, line);) {
-            n += line.compare(0, 6, "mptool") == 0;
-        }
-        return n;
-    }
+    std::string ask(const std::string& text) { return gds.ask(text, 0x02); }
+    // Runs of the card tool so far (any mention in the command log counts).
+    size_t mptoolRuns() { return occurrences(root.readFile("/var/cards/commands.log"), "mptool"); }
     // No property file is left under /tmp of the root.
     bool noPropertyFile() { return system(("! ls '" + root.path("/tmp") + "' | grep -q mpt_vifprops").c_str()) == 0; }
 
@@ -156,7 +133,7 @@ TEST_F(AdapterVnic, HostileTextRunsNothing)
         "fnicBTIndex:2/fc0/1,boot-lun-id:%",
     };
     ask("set=deleteVnic(2,nothing)");  // lists the cards once
-    int before = mptoolRuns();
+    size_t before = mptoolRuns();
     for (const std::string& text : hostile) {
         for (const std::string& form : forms) {
             std::string request = form;

@@ -3,32 +3,16 @@
 // wire, tool failures of every kind, the set checks, actions and reset.
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
 
 namespace {
 
-// The end of a general error reply (what the tool printed before it failed
-// stays in front of it).
-const std::string kGeneralError =
-    "<status>error</status>\n<errorMsg>The current operation failed. BRESK may be running any critical "
-    "operation or in error state. Retry after sometime or reboot BRESK if necessary </errorMsg>\n</root>\n";
-
-const std::string kOk = "<root><status>ok</status>\n</root>\n";
-
-std::string errorReply(const std::string& message)
-{
-    return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
-}
-
-bool endsWith(const std::string& text, const std::string& tail)
-{
-    return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
-}
+// A general error reply keeps what the tool printed before it failed in
+// front of kGeneralError.
+const std::string kOk = okReply("");
 
 class Adapters : public testing::Test {
 protected:
@@ -39,25 +23,9 @@ protected:
     }
 
     std::string get(const std::string& items, uint32_t privileges = 0x7f) { return ask("get=" + items, privileges); }
-    std::string ask(const std::string& text, uint32_t privileges)
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        o.privileges = privileges;
-        o.replyTimeoutMs = 30000;  // tools run on a busy machine
-        GDSClient client(o);
-        client.connect();
-        return client.request(text).text;
-    }
-    int logged(const std::string& prefix)
-    {
-        std::ifstream log(root.path("/var/cards/commands.log"));
-        int n = 0;
-        for (std::string line; std::getline(log, line);) {
-            n += line.compare(0, prefix.size(), prefix) == 0;
-        }
-        return n;
-    }
+    std::string ask(const std::string& text, uint32_t privileges) { return gds.ask(text, privileges); }
+    // Runs of the card tool so far (any mention in the command log counts).
+    size_t mptoolRuns() { return occurrences(root.readFile("/var/cards/commands.log"), "mptool"); }
 
     TestRoot root{true};
     GdsProcess gds{root};
@@ -201,7 +169,7 @@ TEST_F(Adapters, HostileNames)
     const std::string canary = root.path("/tmp/canary");
     const std::string hostile[] = {";touch " + canary, "`touch " + canary + "`", std::string(4096, 'n')};
     const char* forms[] = {"enic[2 %]", "ptsEnic[2 %]", "fnic[2 %]", "channelStatus[2 0 % 5]"};
-    int before = logged("mptool");
+    size_t before = mptoolRuns();
     for (const std::string& text : hostile) {
         for (const char* form : forms) {
             std::string request = form;
@@ -212,7 +180,7 @@ TEST_F(Adapters, HostileNames)
         }
     }
     EXPECT_FALSE(root.exists("/tmp/canary"));
-    EXPECT_EQ(before, logged("mptool"));
+    EXPECT_EQ(before, mptoolRuns());
     // a line end splits the token forms (a plain separator there) but is
     // refused inside a slot-first name
     EXPECT_NE(std::string::npos, get("enic[2 a\nb]").find("<errorMsg>Invalid characters in an argument of enic"));

@@ -6,17 +6,11 @@
 
 #include <tuple>
 
-#include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
-#include "XmlCheck.h"
 
 namespace {
-
-std::string ok(const std::string& body)
-{
-    return "<root>" + body + "<status>ok</status>\n</root>\n";
-}
 
 std::string section(const std::string& name, const std::string& lib, const std::string& entry,
                     const std::string& extra = "")
@@ -28,15 +22,6 @@ std::string section(const std::string& name, const std::string& lib, const std::
 std::string canned(const std::string& extra = "")
 {
     return section("canned", "libcanned.so", "canned_init", extra);
-}
-
-size_t count(const std::string& text, const std::string& part)
-{
-    size_t n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
 }
 
 // A server on a fresh simulated controller whose host name and SSH port
@@ -53,16 +38,7 @@ public:
         started = gds.start();
     }
 
-    std::string ask(const std::string& text)
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        GDSClient client(o);
-        client.connect();
-        std::string reply = client.request(text).text;
-        EXPECT_TRUE(isWellFormedXml(reply)) << text << "\n" << reply;
-        return reply;
-    }
+    std::string ask(const std::string& text) { return gds.ask(text); }
 
     TestRoot root{true};
     GdsProcess gds{root};
@@ -83,13 +59,13 @@ TEST(CannedE2E, SimulatedControllerAnswersEveryPage)
     }
     // Real agents and the property map keep their names; sets to canned names change nothing.
     const std::pair<const char*, std::string> cases[] = {
-        {"get=sshPort", ok(kServiceSsh)},
-        {"get=hostname", ok(kMappedHost)},
-        {"get=kvmPort", ok("<kvmPort>2068</kvmPort>\n")},
-        {"get=pwState,v4IPAddr", ok("   <pwState>0</pwState>\t <netConfig>\t\t<ifConfig>\t\t "
-                                    "<v4IPAddr>192.0.2.10</v4IPAddr>\t\t</ifConfig>\t </netConfig>")},
-        {"set=pwState:1", ok("")},
-        {"get=pwState", ok("   <pwState>0</pwState>")},
+        {"get=sshPort", okReply(kServiceSsh)},
+        {"get=hostname", okReply(kMappedHost)},
+        {"get=kvmPort", okReply("<kvmPort>2068</kvmPort>\n")},
+        {"get=pwState,v4IPAddr", okReply("   <pwState>0</pwState>\t <netConfig>\t\t<ifConfig>\t\t "
+                                         "<v4IPAddr>192.0.2.10</v4IPAddr>\t\t</ifConfig>\t </netConfig>")},
+        {"set=pwState:1", okReply("")},
+        {"get=pwState", okReply("   <pwState>0</pwState>")},
     };
     for (const auto& [request, reply] : cases) {
         EXPECT_EQ(reply, s.ask(request)) << request;
@@ -128,19 +104,19 @@ TEST(CannedE2E, NamesListWidensAndReportsMistakesOnce)
     CannedServer s(&config);
     ASSERT_TRUE(s.started) << s.gds.output();
     const std::pair<const char*, std::string> cases[] = {
-        {"get=hostname", ok("   <hostname>sim-bmc</hostname>")},  // taken from the property map
-        {"get=users", ok("")},
-        {"get=sshPort", ok(kServiceSsh)},  // never taken from a real agent
-        {"get=pwState", ok("   <pwState>0</pwState>")},
+        {"get=hostname", okReply("   <hostname>sim-bmc</hostname>")},  // taken from the property map
+        {"get=users", okReply("")},
+        {"get=sshPort", okReply(kServiceSsh)},  // never taken from a real agent
+        {"get=pwState", okReply("   <pwState>0</pwState>")},
     };
     for (const auto& [request, reply] : cases) {
         EXPECT_EQ(reply, s.ask(request)) << request;
     }
     EXPECT_NE(std::string::npos, s.root.readFile("/var/canned/agents").find("FakeDataAgent\t73\t"));
     std::string out = s.gds.output();
-    EXPECT_EQ(1u, count(out, "\"bogus\" in section [canned] is not a canned name; ignored")) << out;
-    EXPECT_EQ(1u, count(out, "\"-alsoBogus\" in section [canned] is not a canned name; ignored")) << out;
-    EXPECT_EQ(1u, count(out, "\"sshPort\" in section [canned] is served by Service; left to it")) << out;
+    EXPECT_EQ(1u, occurrences(out, "\"bogus\" in section [canned] is not a canned name; ignored")) << out;
+    EXPECT_EQ(1u, occurrences(out, "\"-alsoBogus\" in section [canned] is not a canned name; ignored")) << out;
+    EXPECT_EQ(1u, occurrences(out, "\"sshPort\" in section [canned] is served by Service; left to it")) << out;
 }
 
 }  // namespace

@@ -23,6 +23,7 @@
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
 #include "RawWire.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 #include "aim_config.h"
 
@@ -43,11 +44,6 @@ struct Workload {
     // Empty when `reply` is right, else what is wrong with it.
     std::function<std::string(const std::string& reply)> check;
 };
-
-std::string ok(const std::string& body)
-{
-    return "<root>" + body + "<status>ok</status>\n</root>\n";
-}
 
 // Values the sshPort writers store: distinct per thread and turn.
 int sshPortValue(int thread, int i)
@@ -93,12 +89,12 @@ std::string checkDomainRead(const std::string& reply)
 const Workload kWorkloads[] = {
     {"sshPort writers", false, false, 0x02,
      [](int t, int i) { return "set=sshPort:" + std::to_string(sshPortValue(t, i)); },
-     [](const std::string& r) { return expectEqual(ok(""), r); }},
+     [](const std::string& r) { return expectEqual(okReply(""), r); }},
     {"sshPort readers", true, false, 0x00, [](int, int) { return std::string("get=sshPort,hostname,mtu"); },
      checkSshRead},
     {"domain writers", true, false, 0x02,
      [](int t, int i) { return "set=domainName:d" + std::to_string(t) + "-" + std::to_string(i); },
-     [](const std::string& r) { return expectEqual(ok(""), r); }},
+     [](const std::string& r) { return expectEqual(okReply(""), r); }},
     {"domain readers, a connection each", false, true, 0x00, [](int, int) { return std::string("get=domainName"); },
      checkDomainRead},
     {"unknown names and bad requests", false, true, 0x00,

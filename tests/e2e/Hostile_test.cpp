@@ -143,7 +143,7 @@ TEST_F(Hostile, PeerThatNeverReadsIsClosed)
     fcntl(fd, F_SETFL, O_NONBLOCK);
     // Requests whose replies pile up unread until the server's writes stall.
     std::string text = "get=testEcho(" + std::string(7000, 'z') + ")";
-    std::string frame = be32(static_cast<int>(text.size()) + 4) + be32(0) + "BEEF" + text;
+    std::string frame = legacyFrame(text, 0);
     // Send as fast as the server reads until it gives up on the connection
     // (its reply writes stall, it closes, and sending fails). How much it
     // takes depends on the kernel's autotuned socket buffers, so the bound
@@ -186,7 +186,7 @@ TEST_F(Hostile, IdleConnectionsBeyondTheCapMakeRoom)
     // The oldest ones made room; the newest is still served.
     EXPECT_TRUE(waitFor([&] { return closedByServer(idle[0]); }, 10));
     std::string text = "get=";
-    std::string frame = be32(static_cast<int>(text.size()) + 4) + be32(0) + "BEEF" + text;
+    std::string frame = legacyFrame(text, 0);
     int newest = idle[38];  // legacy
     ASSERT_EQ(static_cast<ssize_t>(frame.size()), send(newest, frame.data(), frame.size(), 0));
     pollfd p = {newest, POLLIN, 0};

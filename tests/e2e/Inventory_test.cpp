@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -13,6 +12,7 @@
 
 #include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
 
@@ -22,23 +22,6 @@ const char kPage[] =
     "get=inventoryCPU,inventoryCPUCore,inventoryMemory,inventoryMemoryDetail,inventoryMemorySummary,"
     "sysProductName,sysProductID,sysSerialNum,UUID,smbiosBootOrderList,tarqSmbiosBootOrderList,inventoryPCI,"
     "lomMacAddressList,sysPlatform";
-
-std::string golden(const std::string& name)
-{
-    std::ifstream in(TestRoot::simRoot() + "/../../tests/golden/" + name);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-size_t count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        n++;
-    }
-    return n;
-}
 
 class InventoryE2E : public testing::Test {
 protected:
@@ -57,17 +40,7 @@ protected:
         ASSERT_TRUE(gds->start()) << gds->output();
     }
 
-    std::string ask(const std::string& text, uint32_t privileges = 0x7f)
-    {
-        GDSClient::Options o;
-        o.port = gds->legacyPort();
-        o.privileges = privileges;
-        GDSClient client(o);
-        client.connect();
-        std::string reply = client.request(text).text;
-        EXPECT_TRUE(isWellFormedXml(reply)) << text << "\n" << reply;
-        return reply;
-    }
+    std::string ask(const std::string& text, uint32_t privileges = 0x7f) { return gds->ask(text, privileges); }
 
     std::unique_ptr<TestRoot> root;
     std::unique_ptr<GdsProcess> gds;
@@ -111,8 +84,8 @@ TEST_F(InventoryE2E, EachPlatformNamesItsDimms)
         start(c.platform);
         std::string reply = ask("get=inventoryMemoryDetail,sysPlatform,inventoryCPUCore");
         EXPECT_NE(std::string::npos, reply.find(std::string("<DIMMList><DIMM>") + c.firstDimm)) << c.platform;
-        EXPECT_EQ(c.dimms, count(reply, "<DIMM>")) << c.platform;
-        EXPECT_EQ(c.unknownIds, count(reply, "<id>999</id>")) << c.platform;
+        EXPECT_EQ(c.dimms, occurrences(reply, "<DIMM>")) << c.platform;
+        EXPECT_EQ(c.unknownIds, occurrences(reply, "<id>999</id>")) << c.platform;
         EXPECT_NE(std::string::npos, reply.find("<sysPlatform>" + std::to_string(c.sysPlatform) + "</sysPlatform>"))
             << c.platform;
         gds->stop();
@@ -135,22 +108,16 @@ TEST_F(InventoryE2E, ConnectionsShareOneCache)
     std::string replies[4];
     std::vector<std::thread> threads;
     for (auto& r : replies) {
-        threads.emplace_back([&r, this] {
-            GDSClient::Options o;
-            o.port = gds->legacyPort();
-            GDSClient client(o);
-            client.connect();
-            r = client.request("get=inventoryMemory,inventoryPCI,inventoryCPU").text;
-        });
+        threads.emplace_back([&r, this] { r = ask("get=inventoryMemory,inventoryPCI,inventoryCPU"); });
     }
     for (auto& t : threads) {
         t.join();
     }
     for (const auto& r : replies) {
         EXPECT_EQ(replies[0], r);
-        EXPECT_EQ(12u, count(r, "<DIMM>"));
+        EXPECT_EQ(12u, occurrences(r, "<DIMM>"));
     }
-    EXPECT_EQ(1u, count(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
+    EXPECT_EQ(1u, occurrences(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
     // Keeping and dropping the cache by the data version is the unit tests'.
 }
 
@@ -183,8 +150,8 @@ TEST_F(InventoryE2E, CollectionRunsToCompletion)
     ASSERT_FALSE(seen.empty());
     EXPECT_EQ("COMPLETED 100", seen.back());
     EXPECT_TRUE(sentSecond);
-    EXPECT_EQ(1u, count(gds->output(), "inventory collection script execution is in progess"));
-    EXPECT_EQ(1u, count(root->readFile("/var/safeexec/commands"), "inventory-all.sh &"));
+    EXPECT_EQ(1u, occurrences(gds->output(), "inventory collection script execution is in progess"));
+    EXPECT_EQ(1u, occurrences(root->readFile("/var/safeexec/commands"), "inventory-all.sh &"));
 }
 
 TEST_F(InventoryE2E, UploadChecksEveryArgument)
@@ -257,8 +224,8 @@ TEST_F(InventoryE2E, AdapterMacFormsKeepTheirOwnArgument)
     EXPECT_EQ(card.substr(0, card.find("<status>")) + mac.substr(6, mac.find("<status>") - 6),
               both.substr(0, both.find("<status>")));
     std::string gpus = ask("get=inventoryGPU[0 gpuInfo],inventoryGPU[0 card]");
-    EXPECT_EQ(1u, count(gpus, "<gpuList>"));
-    EXPECT_EQ(1u, count(gpus, "<gpuCardList>"));
+    EXPECT_EQ(1u, occurrences(gpus, "<gpuList>"));
+    EXPECT_EQ(1u, occurrences(gpus, "<gpuCardList>"));
 }
 
 TEST_F(InventoryE2E, ManyConnectionsAtOnceGetTheSameInventory)
@@ -282,7 +249,7 @@ TEST_F(InventoryE2E, ManyConnectionsAtOnceGetTheSameInventory)
         t.join();
     }
     EXPECT_TRUE(isWellFormedXml(replies[0])) << replies[0];
-    EXPECT_EQ(96u, count(replies[0], "<DIMM><id>"));
+    EXPECT_EQ(96u, occurrences(replies[0], "<DIMM><id>"));
     EXPECT_NE(std::string::npos, replies[0].find("<AdapterDataList><AdapterData>"));
     for (const auto& r : replies) {
         EXPECT_EQ(replies[0], r);

@@ -9,26 +9,13 @@
 #include <tuple>
 
 #include "AIMClient.h"
-#include "GDSClient.h"
 #include "GdsProcess.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
-#include "XmlCheck.h"
 
 namespace {
 
-const std::string kGenericError =
-    "<root><status>error</status>\n<errorMsg>The current operation failed. BRESK may be running any critical "
-    "operation or in error state. Retry after sometime or reboot BRESK if necessary </errorMsg>\n</root>\n";
-
-std::string ok(const std::string& body)
-{
-    return "<root>" + body + "<status>ok</status>\n</root>\n";
-}
-
-std::string error(const std::string& message)
-{
-    return "<root><status>error</status><errorMsg>" + message + "</errorMsg></root>";
-}
+const std::string kGenericError = "<root>" + kGeneralError;
 
 class Requests : public testing::Test {
 protected:
@@ -39,18 +26,7 @@ protected:
         ASSERT_TRUE(gds.start()) << gds.output();
     }
 
-    std::string ask(const std::string& text, uint32_t privileges = 0x7f)
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        o.privileges = privileges;
-        GDSClient client(o);
-        client.connect();
-        std::string reply = client.request(text).text;
-        // Every reply with the envelope is a document of its own.
-        EXPECT_TRUE(isWellFormedXml(reply)) << text << "\n" << reply;
-        return reply;
-    }
+    std::string ask(const std::string& text, uint32_t privileges = 0x7f) { return gds.ask(text, privileges); }
 
     std::string aimText(const char* name)
     {
@@ -67,20 +43,20 @@ TEST_F(Requests, RequestLanguage)
 {
     // request, privilege mask, reply, a property the request may write and its value afterwards
     const std::tuple<const char*, uint32_t, std::string, const char*, const char*> cases[] = {
-        {"get=hostname,sshPort", 0x00, ok("<hostname>sim-bmc</hostname>\n<sshPort>22</sshPort>\n"), "net_mac",
+        {"get=hostname,sshPort", 0x00, okReply("<hostname>sim-bmc</hostname>\n<sshPort>22</sshPort>\n"), "net_mac",
          "02:00:00:00:00:01"},
         // Unknown names answer nothing; a name twice answers twice.
-        {"get=fooBar,mtu,mtu", 0x00, ok("<mtu>1500</mtu>\n<mtu>1500</mtu>\n"), "pm_int_ssh_port", "22"},
-        {"set=sshPort:2222", 0x02, ok(""), "pm_int_ssh_port", "2222"},
-        {"set=sshPort:2300", 0x00, ok(""), "pm_int_ssh_port", "2300"},
-        {"set=sshPort:2400", 0x04, error("Insufficient privileges."), "pm_int_ssh_port", "2300"},
+        {"get=fooBar,mtu,mtu", 0x00, okReply("<mtu>1500</mtu>\n<mtu>1500</mtu>\n"), "pm_int_ssh_port", "22"},
+        {"set=sshPort:2222", 0x02, okReply(""), "pm_int_ssh_port", "2222"},
+        {"set=sshPort:2300", 0x00, okReply(""), "pm_int_ssh_port", "2300"},
+        {"set=sshPort:2400", 0x04, errorReply("Insufficient privileges."), "pm_int_ssh_port", "2300"},
         {"set=sshPort:70000", 0x02, kGenericError, "pm_int_ssh_port", "2300"},
-        {"set=hostname:\"new host\"", 0x02, ok(""), "net_hostname", "\"new host\""},
-        {"set=dhcpEnabled:5", 0x02, ok(""), "net_bool_dhcp", "1"},
-        {"set=macAddress:x", 0x02, error("Insufficient privileges."), "net_mac", "02:00:00:00:00:01"},
+        {"set=hostname:\"new host\"", 0x02, okReply(""), "net_hostname", "\"new host\""},
+        {"set=dhcpEnabled:5", 0x02, okReply(""), "net_bool_dhcp", "1"},
+        {"set=macAddress:x", 0x02, errorReply("Insufficient privileges."), "net_mac", "02:00:00:00:00:01"},
         // The set part runs to the end of the text, so the get part comes first.
-        {"get=mtu,set=mtu:9000", 0x7f, ok("<mtu>9000</mtu>\n"), "pm_int_ssh_port", "2300"},
-        {"set=mtu:1&get=mtu", 0x7f, error("Bad request format"), "pm_int_ssh_port", "2300"},
+        {"get=mtu,set=mtu:9000", 0x7f, okReply("<mtu>9000</mtu>\n"), "pm_int_ssh_port", "2300"},
+        {"set=mtu:1&get=mtu", 0x7f, errorReply("Bad request format"), "pm_int_ssh_port", "2300"},
     };
     for (const auto& [request, mask, reply, aimName, stored] : cases) {
         EXPECT_EQ(reply, ask(request, mask)) << request;
@@ -91,11 +67,11 @@ TEST_F(Requests, RequestLanguage)
 TEST_F(Requests, ExceptionsBecomeErrorReplies)
 {
     const std::pair<const char*, std::string> cases[] = {
-        {"processing", error("processing failed: 42")},
-        {"security", error("not allowed")},
-        {"format", error("Bad request format")},
-        {"cstring", error("General error: plain text")},
-        {"int", error("Unexpected error")},
+        {"processing", errorReply("processing failed: 42")},
+        {"security", errorReply("not allowed")},
+        {"format", errorReply("Bad request format")},
+        {"cstring", errorReply("General error: plain text")},
+        {"int", errorReply("Unexpected error")},
     };
     for (const auto& [kind, reply] : cases) {
         EXPECT_EQ(reply, ask(std::string("get=testThrow(") + kind + ")")) << kind;

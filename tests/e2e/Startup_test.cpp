@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "GdsProcess.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 
 namespace {
@@ -97,10 +98,6 @@ TEST(Startup, FailuresEndWithStatusAndMessage)
     close(holder);
 }
 
-}  // namespace
-
-namespace {
-
 // The BIOS code's start-up commands run through the safe-execution runner
 // (its record shows them); a second start on the same root prints no
 // complaints of those commands; a client closing cleanly is not a reset.
@@ -117,12 +114,8 @@ TEST(Startup, BiosCommandsAreRecordedAndQuietOnRestart)
         std::string record = root.readFile("/var/safeexec/commands");
         EXPECT_NE(std::string::npos, record.find("rm ")) << record;
         EXPECT_NE(std::string::npos, record.find("mv ")) << record;
-        int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_port = htons(static_cast<uint16_t>(gds.legacyPort()));
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+        int fd = connectTo(gds.legacyPort());
+        ASSERT_GE(fd, 0);
         close(fd);
         for (int i = 0; i < 50 && gds.output().find("connection closed by peer") == std::string::npos; ++i) {
             usleep(100 * 1000);

@@ -14,13 +14,9 @@
 
 #include "AgentHarness.h"
 #include "DataAgent.h"
+#include "ReplyText.h"
 
 namespace {
-
-std::string le16(unsigned v)
-{
-    return std::string{static_cast<char>(v & 0xff), static_cast<char>(v >> 8)};
-}
 
 // A MAC database built field by field, so each test states only what it changes.
 struct Db {
@@ -105,20 +101,6 @@ struct Fixture {
     }
 };
 
-std::string flat(std::string s)
-{
-    s.erase(std::remove(s.begin(), s.end(), '\n'), s.end());
-    return s;
-}
-
-std::string golden(const std::string& name)
-{
-    std::ifstream in(TestRoot::simRoot() + "/../../tests/golden/devices/" + name, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 Db twoAdapters()
 {
     Db db;
@@ -187,7 +169,7 @@ TEST(AdapterMacDatabase, SimulatedServerReplyForms)
     };
     Fixture f;
     for (const auto& c : cases) {
-        EXPECT_EQ(f.request(c.extra), golden(c.file)) << c.extra;
+        EXPECT_EQ(f.request(c.extra), golden(std::string("devices/") + c.file)) << c.extra;
     }
     EXPECT_EQ(f.harness.root().readFile(AdapterMacDatabase::kSlotListPath), "1 3 L MZ 6 \n");
     // The argument lasts one reply.

@@ -9,27 +9,9 @@
 #include <sstream>
 
 #include "AgentHarness.h"
+#include "ReplyText.h"
 
 namespace {
-
-std::string le16(unsigned v)
-{
-    return std::string{static_cast<char>(v & 0xff), static_cast<char>(v >> 8)};
-}
-std::string le32(int v)
-{
-    unsigned u = static_cast<unsigned>(v);
-    return std::string{static_cast<char>(u), static_cast<char>(u >> 8), static_cast<char>(u >> 16),
-                       static_cast<char>(u >> 24)};
-}
-
-std::string golden(const std::string& name)
-{
-    std::ifstream in(TestRoot::simRoot() + "/../../tests/golden/devices/" + name, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 struct Fixture {
     AgentHarness harness;
@@ -45,13 +27,6 @@ struct Fixture {
     // Replaces the simulated supplies with `count` and the given status words.
     void supplies(int count) { root().writeFile("/var/pmbus/num_psu", le32(count)); }
 };
-
-// Strips the line ends the element writer adds, for short expectations.
-std::string flat(std::string s)
-{
-    s.erase(std::remove(s.begin(), s.end(), '\n'), s.end());
-    return s;
-}
 
 }  // namespace
 
@@ -77,7 +52,7 @@ TEST(DeviceInventory, SimulatedServerRepliesMatchGoldenFiles)
         {"vesk.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.postVeskSecValidation(s); }},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(f.write(c.step), golden(c.file)) << c.file;
+        EXPECT_EQ(f.write(c.step), golden(std::string("devices/") + c.file)) << c.file;
     }
 }
 
@@ -307,23 +282,20 @@ TEST(DeviceInventory, TpmReplyFollowsFruAndPartNumbers)
 
 TEST(DeviceInventory, TpmReplyShortensWithoutRepositoryOrLibrary)
 {
+    const char* withoutRepository =
+        "<tpm><tpmPresence>equipped</tpmPresence><enabledStatus>enabled</enabledStatus>"
+        "<activeStatus>activated</activeStatus><ownership>owned</ownership>"
+        "<txtPresent>Overall TXT Disabled</txtPresent><txtIntelVTIssue>NA</txtIntelVTIssue>"
+        "<txtIntelVTdIssue>NA</txtIntelVTdIssue><txtHWIssue>NA</txtHWIssue><txtBootIssue>NA</txtBootIssue></tpm>";
     const struct {
         const char* faultFile;
         const char* content;
         const char* reply;
     } cases[] = {
         {"/var/smbios/faults/GetTPMInfo", "fail", ""},
-        {"/var/sdr/faults/sdr_init_readonly", "",
-         "<tpm><tpmPresence>equipped</tpmPresence><enabledStatus>enabled</enabledStatus>"
-         "<activeStatus>activated</activeStatus><ownership>owned</ownership>"
-         "<txtPresent>Overall TXT Disabled</txtPresent><txtIntelVTIssue>NA</txtIntelVTIssue>"
-         "<txtIntelVTdIssue>NA</txtIntelVTdIssue><txtHWIssue>NA</txtHWIssue><txtBootIssue>NA</txtBootIssue></tpm>"},
+        {"/var/sdr/faults/sdr_init_readonly", "", withoutRepository},
         // Records cut to 23 bytes: the id strings' length bytes claim more than is there.
-        {"/var/sdr/faults/get_sdr_record", "short 23",
-         "<tpm><tpmPresence>equipped</tpmPresence><enabledStatus>enabled</enabledStatus>"
-         "<activeStatus>activated</activeStatus><ownership>owned</ownership>"
-         "<txtPresent>Overall TXT Disabled</txtPresent><txtIntelVTIssue>NA</txtIntelVTIssue>"
-         "<txtIntelVTdIssue>NA</txtIntelVTdIssue><txtHWIssue>NA</txtHWIssue><txtBootIssue>NA</txtBootIssue></tpm>"},
+        {"/var/sdr/faults/get_sdr_record", "short 23", withoutRepository},
     };
     for (const auto& c : cases) {
         Fixture f;

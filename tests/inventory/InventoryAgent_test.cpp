@@ -13,6 +13,7 @@
 #include "DataHandler.h"
 #include "InventoryAgent.h"
 #include "ProcessingException.h"
+#include "ReplyText.h"
 #include "RequestToken.h"
 #include "smbios_inventory.h"
 
@@ -46,15 +47,6 @@ struct Bytes {
         return *this;
     }
 };
-
-std::string count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        n++;
-    }
-    return std::to_string(n);
-}
 
 class Inventory : public testing::Test {
 protected:
@@ -113,7 +105,7 @@ TEST_F(Inventory, DecodesProcessorRecords)
     EXPECT_NE(std::string::npos, reply.find("<Processor><id>2</id>\n<SocketDesignation>CPU2</SocketDesignation>\n"
                                             "<ProcessorManufacturer>N/A</ProcessorManufacturer>"));
     size_t ghost = reply.find("<id>2</id>");
-    EXPECT_EQ("10", count(reply.substr(ghost, reply.find("</Processor>", ghost) - ghost), ">N/A<"));
+    EXPECT_EQ(10u, occurrences(reply.substr(ghost, reply.find("</Processor>", ghost) - ghost), ">N/A<"));
     EXPECT_NE(std::string::npos, reply.find("<id>" + std::string(61, 'S') + "</id>\n<SocketDesignation>" +
                                             std::string(64, 'S') + "</SocketDesignation>"));
     EXPECT_EQ("<numOfCores>6</numOfCores>\n<numOfCoresEnabled>3</numOfCoresEnabled>\n<numOfThreads>8</numOfThreads>\n",
@@ -175,8 +167,8 @@ TEST_F(Inventory, BootOrderThroughTheLibrary)
     EXPECT_NE(std::string::npos, reply.find("<serno>16</serno>"));
     EXPECT_EQ(std::string::npos, reply.find("<serno>17</serno>"));
     // Every name answered once, in order.
-    EXPECT_EQ("2", count(reply, "<smbiosBootOrderList>"));
-    EXPECT_EQ("1", count(reply, "<sysPlatform>1</sysPlatform>"));
+    EXPECT_EQ(2u, occurrences(reply, "<smbiosBootOrderList>"));
+    EXPECT_EQ(1u, occurrences(reply, "<sysPlatform>1</sysPlatform>"));
 
     // A count of 16 or -1 is an error.
     for (const char* bad : {"16", "-1"}) {
@@ -207,7 +199,7 @@ TEST_F(Inventory, EmptyHostGivesEmptyLists)
 TEST_F(Inventory, CacheFollowsTheDataVersion)
 {
     std::string first = h.request("get=inventoryMemory");
-    EXPECT_EQ("12", count(first, "<DIMM>"));
+    EXPECT_EQ(12u, occurrences(first, "<DIMM>"));
     EXPECT_EQ(1, InventoryAgent::getCachedVersion());
     // The same version keeps the cache even though the host changed.
     std::string host = h.root().readFile("/var/smbios/host.json");
@@ -265,7 +257,7 @@ TEST_F(Inventory, FailingFetchesReplyWithTheirMessageAndCacheNothing)
         << reply;
     // Short output: only whole records count.
     h.root().writeFile("/var/smbios/faults/GetMemoryInfo", "short 700");
-    EXPECT_EQ("2", count(h.request("get=inventoryMemory"), "<DIMM>"));
+    EXPECT_EQ(2u, occurrences(h.request("get=inventoryMemory"), "<DIMM>"));
 }
 
 TEST_F(Inventory, RepliesSmbiosElementsFirst)
@@ -282,8 +274,8 @@ TEST_F(Inventory, RepliesSmbiosElementsFirst)
     ASSERT_NE(std::string::npos, status) << reply;
     EXPECT_LT(cores, stats);
     EXPECT_LT(stats, status);
-    EXPECT_EQ("2", count(reply, "<numOfCores>"));
-    EXPECT_EQ("1", count(reply, "<memory>"));
+    EXPECT_EQ(2u, occurrences(reply, "<numOfCores>"));
+    EXPECT_EQ(1u, occurrences(reply, "<memory>"));
 }
 
 TEST_F(Inventory, CollectionState)
@@ -315,10 +307,9 @@ TEST_F(Inventory, CollectionState)
 }
 
 // Commands the safe-execution stand-in ran that name `what`.
-std::string ran(AgentHarness& h, const std::string& what)
+size_t ran(AgentHarness& h, const std::string& what)
 {
-    std::string commands = h.root().readFile("/var/safeexec/commands");
-    return count(commands, what);
+    return occurrences(h.root().readFile("/var/safeexec/commands"), what);
 }
 
 TEST_F(Inventory, RefreshStartsTheCollectionOnlyWhenIdle)
@@ -351,7 +342,7 @@ TEST_F(Inventory, RefreshStartsTheCollectionOnlyWhenIdle)
         } else {
             EXPECT_NE(std::string::npos, reply.find("<status>error</status>")) << reply;
         }
-        EXPECT_EQ(c.starts ? "1" : "0", ran(h, "inventory-all.sh &")) << c.request << " " << (c.state ? c.state : "");
+        EXPECT_EQ(c.starts ? 1u : 0u, ran(h, "inventory-all.sh &")) << c.request << " " << (c.state ? c.state : "");
     }
     EXPECT_EQ("<root><status>error</status><errorMsg>Insufficient privileges</errorMsg></root>",
               h.request("set=inventoryRefresh:1", 0x7d));
@@ -383,8 +374,9 @@ protected:
 TEST_F(Upload, RecordsWhatItSends)
 {
     // The upload runs in the background; wait for its record.
-    auto waitFor = [&](const std::string& uploads) {
-        for (int i = 0; i < 600 && count(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads; i++) {
+    auto waitFor = [&](size_t uploads) {
+        for (int i = 0; i < 600 && occurrences(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads;
+             i++) {
             usleep(50000);
         }
         return h.root().readFile("/var/inventory-upload.log");
@@ -393,13 +385,13 @@ TEST_F(Upload, RecordsWhatItSends)
     EXPECT_EQ(
         "upload\n  -ip\n  10.0.0.5\n  -path\n  /inv\n  -protocol\n  tftp\n  -username\n  user\n  -password\n"
         "  pa$s;1\n",
-        waitFor("1"));
+        waitFor(1));
     // A user name without a password (or the reverse) uploads without credentials.
     EXPECT_EQ("", upload({"sftp", "fe80::1", "/a/b.txt", "user"}));
     EXPECT_EQ("", upload({"http", "backup.example.com", "/x", "", "secret"}));
-    std::string log = waitFor("3");
-    EXPECT_EQ("3", count(log, "upload\n"));
-    EXPECT_EQ("1", count(log, "-username"));
+    std::string log = waitFor(3);
+    EXPECT_EQ(3u, occurrences(log, "upload\n"));
+    EXPECT_EQ(1u, occurrences(log, "-username"));
     EXPECT_EQ(
         "invalid parameters for inventoryUpload(remoteProtocol,remoteIP,remotepath,remoteUsername,"
         "remotePassword]) got 2",
@@ -440,7 +432,7 @@ TEST_F(Upload, RefusesHostileArguments)
     // A run in progress starts no upload.
     h.root().writeFile("/var/inventory-all-status", "RUNNING 5");
     EXPECT_EQ("", upload({"tftp", "10.0.0.5", "/inv"}));
-    EXPECT_EQ("0", ran(h, "inventory-upload.sh"));
+    EXPECT_EQ(0u, ran(h, "inventory-upload.sh"));
 }
 
 }  // namespace

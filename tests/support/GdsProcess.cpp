@@ -14,8 +14,12 @@
 #include <sstream>
 #include <thread>
 
+#include <gtest/gtest.h>
+
+#include "GDSClient.h"
 #include "ProjectBinary.h"
 #include "TestRoot.h"
+#include "XmlCheck.h"
 
 namespace {
 int boundSocket(int& port)
@@ -160,6 +164,21 @@ int GdsProcess::runToExit(const std::vector<std::string>& args, int timeoutMs)
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
     return -1;
+}
+
+std::string GdsProcess::ask(const std::string& text, uint32_t privileges)
+{
+    GDSClient::Options o;
+    o.port = m_legacyPort;
+    o.privileges = privileges;
+    o.replyTimeoutMs = 30000;
+    GDSClient client(o);
+    client.connect();
+    std::string reply = client.request(text).text;
+    if (reply.compare(0, 6, "<root>") == 0) {
+        EXPECT_TRUE(isWellFormedXml(reply)) << text.substr(0, 200) << "\n" << reply;
+    }
+    return reply;
 }
 
 bool GdsProcess::isRunning()

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,10 @@ public:
     int legacyPort() const { return m_legacyPort; }
     int nxtGenPort() const { return m_nxtGenPort; }
     std::string output() const;  // what the server printed (stdout and stderr)
+    // One request on a fresh legacy-port connection with `privileges`; the
+    // reply text. A reply in the envelope must be a well-formed document
+    // (a test failure otherwise). Waits long: tools run on a busy machine.
+    std::string ask(const std::string& text, uint32_t privileges = 0x7f);
     std::string configPath() const;
 
     // Two currently free loopback ports.
