@@ -62,15 +62,10 @@ TEST(Startup, BrokenHandlerLibrariesAreSkipped)
 TEST(Startup, FailuresEndWithStatusAndMessage)
 {
     // The legacy port is held by a listener here.
-    int holder = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, bind(holder, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
-    ASSERT_EQ(0, listen(holder, 1));
-    socklen_t len = sizeof addr;
-    getsockname(holder, reinterpret_cast<sockaddr*>(&addr), &len);
-    const std::string busy = std::to_string(ntohs(addr.sin_port));
+    int port = 0;
+    int holder = listenOnLoopback(port);
+    ASSERT_GE(holder, 0);
+    const std::string busy = std::to_string(port);
     // arguments (CONF: an empty configuration), a fault file made first, status, message
     const std::tuple<std::vector<std::string>, std::string, int, std::string> cases[] = {
         {{"-help", "-configfile", "/missing"}, "", 0, "  \t-help\t Shows this help information\n"},

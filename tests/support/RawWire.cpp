@@ -36,6 +36,22 @@ int connectTo(int port)
     return s;
 }
 
+int listenOnLoopback(int& port)
+{
+    int s = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof addr;
+    if (bind(s, reinterpret_cast<sockaddr*>(&addr), len) != 0 || listen(s, 4) != 0 ||
+        getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+        close(s);
+        return -1;
+    }
+    port = ntohs(addr.sin_port);
+    return s;
+}
+
 bool closedByServer(int fd, int waitMs)
 {
     pollfd p = {fd, POLLIN, 0};

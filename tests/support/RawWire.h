@@ -12,6 +12,8 @@ std::string be32(int v);
 std::string legacyFrame(const std::string& text, int word = 0x7f);
 // A connected loopback socket to `port`, or -1.
 int connectTo(int port);
+// A socket listening on a free loopback port (its number in `port`), or -1.
+int listenOnLoopback(int& port);
 // True when the other end closed `fd` (end of stream or reset) within
 // `waitMs`; 0 only looks.
 bool closedByServer(int fd, int waitMs = 0);

@@ -8,20 +8,18 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "RawWire.h"
+
 namespace {
 using namespace std::string_literals;
 
 // Plays the server on loopback without a thread: connects `client`, sends `wire`, returns the server's end.
 int serve(GDSClient& client, const std::string& wire)
 {
-    int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    EXPECT_TRUE(bind(listener, reinterpret_cast<sockaddr*>(&a), len) == 0 && listen(listener, 1) == 0);
-    getsockname(listener, reinterpret_cast<sockaddr*>(&a), &len);
-    client.options().port = ntohs(a.sin_port);
+    int port = 0;
+    int listener = listenOnLoopback(port);
+    EXPECT_GE(listener, 0);
+    client.options().port = port;
     client.connect();
     int server = accept(listener, nullptr, nullptr);
     ::close(listener);

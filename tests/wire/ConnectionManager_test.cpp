@@ -32,20 +32,6 @@ struct ThrowingFactory : HandlerFactory {
     }
 };
 
-int listener(int& port)
-{
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    listen(s, 4);
-    socklen_t len = sizeof addr;
-    getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
-    port = ntohs(addr.sin_port);
-    return s;
-}
-
 TEST(ConnectionManager, FailuresBuildingAConnectionCloseOnlyIt)
 {
     TestRoot root(true);
@@ -55,7 +41,7 @@ TEST(ConnectionManager, FailuresBuildingAConnectionCloseOnlyIt)
         ThrowingFactory factory(badAlloc);
         manager.addDataHandlerFactory(&factory);
         int port = 0;
-        int s = listener(port);
+        int s = listenOnLoopback(port);
         int client = connectTo(port);
         testing::internal::CaptureStdout();
         EXPECT_NO_THROW(EXPECT_TRUE(manager.acceptOne(s, false))) << badAlloc;
