@@ -4,10 +4,8 @@
 // never reads or writes outside a buffer. The first input byte picks the
 // request name and the privilege mask; the rest is the argument text.
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -15,14 +13,11 @@
 #include <string>
 
 #include "AIMClient.h"
-#include "ConnectionHandler.h"
-#include "ConnectionManager.h"
-#include "GUIDataServer.h"
+#include "fuzz_connection.h"
 
 namespace {
 
-ConnectionHandler* connection = nullptr;
-int peer = -1;
+fuzzconn::Connection connection;
 
 size_t count(const std::string& text, const std::string& what)
 {
@@ -38,55 +33,22 @@ size_t count(const std::string& text, const std::string& what)
 // a connection over a socket pair.
 void setUp()
 {
-    char dir[] = "jnlp_fuzz-root-XXXXXX";
-    if (mkdtemp(dir) == nullptr) {
-        abort();
-    }
-    char cwd[4096];
-    std::string root = std::string(getcwd(cwd, sizeof cwd) != nullptr ? cwd : ".") + "/" + dir;
-    setenv("GDS_ROOT", root.c_str(), 1);
+    fuzzconn::setUp("jnlp_fuzz");
+    std::string root = getenv("GDS_ROOT");
     for (const char* sub : {"/tmp", "/tmp/bootcapture", "/var", "/var/session", "/var/session/faults"}) {
         mkdir((root + sub).c_str(), 0755);
     }
     std::ofstream(root + "/tmp/bootcapture/boot.dvc") << "b";
     std::ofstream(root + "/var/session/faults/get_temp_credentials") << "5";
-
-    GUIDataServer* server = new GUIDataServer();
-    server->getAIMClient().setProperty("vkvm_bool_enabled", true, true);
-    int fds[2], size = 4 << 20;
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0) {
-        abort();
-    }
-    setsockopt(fds[1], SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    setsockopt(fds[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
-    fcntl(fds[1], F_SETFL, O_NONBLOCK);
-    peer = fds[1];
-    sockaddr_in addr = {};
-    GUIDataSocket socket(fds[0], addr);
-    connection = new ConnectionHandler(*new ConnectionManager(*server), socket, false);
-}
-
-// The reply data of everything sent so far (packets: 2-byte length, 6 more header bytes).
-std::string drain()
-{
-    std::string bytes, text;
-    char buf[65536];
-    for (ssize_t n; (n = read(peer, buf, sizeof buf)) > 0;) {
-        bytes.append(buf, static_cast<size_t>(n));
-    }
-    for (size_t at = 0; at + 8 <= bytes.size();) {
-        size_t len = ((static_cast<unsigned char>(bytes[at]) << 8) | static_cast<unsigned char>(bytes[at + 1])) - 2;
-        text += bytes.substr(at + 8, len);
-        at += 8 + len;
-    }
-    return text;
+    fuzzconn::manager->getServer().getAIMClient().setProperty("vkvm_bool_enabled", true, true);
+    connection = fuzzconn::connect(false);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (connection == nullptr) {
+    if (connection.handler == nullptr) {
         setUp();
     }
     if (size == 0 || size > 8000) {
@@ -99,13 +61,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     text.resize(strnlen(text.c_str(), text.size()));
     const uint32_t head[2] = {htonl(static_cast<uint32_t>(text.size()) + 4), htonl(kMasks[(data[0] >> 4) % 4])};
     std::string frame = std::string(reinterpret_cast<const char*>(head), 8) + "BEEF" + text;
-    if (write(peer, frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()) ||
-        connection->nextRequest() == nullptr) {
+    if (write(connection.client, frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()) ||
+        connection.handler->nextRequest() == nullptr) {
         abort();
     }
-    connection->processRequest();
-    connection->getSocket().flush();
-    std::string reply = drain();
+    connection.handler->processRequest();
+    connection.handler->getSocket().flush();
+    std::string reply = fuzzconn::drain(connection.client);
     // A document is whole, and its markup is only its own.
     if (reply.compare(0, 5, "<?xml") == 0 &&
         (reply.size() < 10 || reply.compare(reply.size() - 10, 10, "  </jnlp>\n") != 0 ||
