@@ -11,13 +11,15 @@ class AThread;
 
 class ConnectionThreads {
 public:
-    // The usable stack of a connection thread. The deepest use measured over
-    // the test suite on x86-64 (the "deepest stack use" log line) is far
-    // below this: a nested JSON header at cJSON's nesting limit and the
-    // inventory's tool runs are the deep paths. 256 KiB keeps more than a
-    // factor of four in hand for the 32-bit target's different frames, and
-    // 1000 connections reserve 250 MiB of the 3 GiB address space; only
-    // touched pages cost memory.
+    // The usable stack of a connection thread. Deepest use measured on
+    // x86-64 (the "deepest stack use" log line): 100 KiB for a JSON header
+    // nested to cJSON's limit of 1000 levels (the deepest path: recursive
+    // parsing of client input); at most 24 KiB over the end-to-end suite
+    // otherwise (inventory, adapters, BIOS tokens, tool runs). 256 KiB keeps
+    // a margin of 2.5 over the deepest, for the 32-bit target's different
+    // frames and later code; 1000 connections reserve 250 MiB of the 3 GiB
+    // address space, and only touched pages cost memory. Sanitizer builds
+    // take four times as much.
     static const size_t kStackSize = 256 * 1024;
     // Stacks of ended threads kept for the next connections; the rest are
     // unmapped at once.
