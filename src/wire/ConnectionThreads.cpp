@@ -5,12 +5,12 @@
 #include <unistd.h>
 #include <atomic>
 #include <cstdio>
-#include <new>
 #include <mutex>
+#include <new>
 #include <vector>
 
-#include "AThread.h"
 #include "ALog.h"
+#include "AThread.h"
 
 namespace {
 
