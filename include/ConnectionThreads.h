@@ -29,6 +29,12 @@ public:
     // could be made (run() is then never called).
     static bool start(AThread& thread);
 
+    // Joins the thread that ended last, if no later one has yet, and takes
+    // its stack back. The accept loop calls it when idle.
+    static void joinEnded();
+    // Threads started and not joined yet (running, or ended and waiting).
+    static unsigned long unjoined();
+
     // The deepest stack use seen so far, in bytes (resident pages of the
     // stacks of ended threads).
     static size_t deepestUse();

@@ -19,6 +19,7 @@
 #include <new>
 
 #include "ConnectionHandler.h"
+#include "ConnectionThreads.h"
 #include "GUIDataServer.h"
 #include "GUIDataSocket.h"
 
@@ -454,6 +455,9 @@ void ConnectionManager::acceptConnections()
             continue;
         }
         if (ready == 0) {
+            // The thread that ended last waits to be joined by the next one
+            // to end; when none ends for a second, its stack comes back here.
+            ConnectionThreads::joinEnded();
             if (m_trimOwed.exchange(false)) {
                 malloc_trim(0);
             }

@@ -43,12 +43,22 @@ struct Pending {
     Stack stack;
 };
 
-std::mutex g_mutex;
-std::vector<Stack> g_spares;  // stacks of joined threads, ready for reuse
-// The last thread that ended and is not joined yet: each ending thread joins
-// the one before it and takes its stack back, so at most one ended thread's
-// stack is ever waiting.
-Pending g_pending;
+// Never destroyed: ended threads may still hand stacks back while the
+// process exits.
+struct State {
+    std::mutex mutex;
+    std::vector<Stack> spares;  // stacks of joined threads, ready for reuse
+    // The last thread that ended and is not joined yet: each ending thread
+    // joins the one before it and takes its stack back, so at most one ended
+    // thread's stack is ever waiting.
+    Pending pending;
+    unsigned long unjoined = 0;  // threads started and not joined yet
+};
+State& state()
+{
+    static State* s = new State();
+    return *s;
+}
 std::atomic<size_t> g_deepest{0};
 
 bool mapStack(Stack& stack)
@@ -84,6 +94,10 @@ size_t residentBytes(const Stack& stack)
 // A stack whose thread has been joined: kept for reuse or unmapped.
 void takeBack(const Stack& stack)
 {
+    {
+        std::lock_guard<std::mutex> lock(state().mutex);
+        --state().unjoined;
+    }
     const size_t used = residentBytes(stack);
     size_t deepest = g_deepest.load();
     while (used > deepest && !g_deepest.compare_exchange_weak(deepest, used)) {
@@ -95,9 +109,9 @@ void takeBack(const Stack& stack)
         ALog::processLog().write(ALog::kInfo, "ConnectionThreads", line);
     }
     {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (static_cast<int>(g_spares.size()) < ConnectionThreads::kSpareStacks) {
-            g_spares.push_back(stack);
+        std::lock_guard<std::mutex> lock(state().mutex);
+        if (static_cast<int>(state().spares.size()) < ConnectionThreads::kSpareStacks) {
+            state().spares.push_back(stack);
             return;
         }
     }
@@ -116,11 +130,11 @@ void* entry(void* arg)
     start.thread->run();  // may delete the object
     Pending before;
     {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        before = g_pending;
-        g_pending.valid = true;
-        g_pending.thread = pthread_self();
-        g_pending.stack = start.stack;
+        std::lock_guard<std::mutex> lock(state().mutex);
+        before = state().pending;
+        state().pending.valid = true;
+        state().pending.thread = pthread_self();
+        state().pending.stack = start.stack;
     }
     if (before.valid) {
         // That thread has handed itself over like this one and is leaving
@@ -137,19 +151,23 @@ bool ConnectionThreads::start(AThread& thread)
 {
     Stack stack;
     {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        if (!g_spares.empty()) {
-            stack = g_spares.back();
-            g_spares.pop_back();
+        std::lock_guard<std::mutex> lock(state().mutex);
+        if (!state().spares.empty()) {
+            stack = state().spares.back();
+            state().spares.pop_back();
         }
+        ++state().unjoined;  // before the thread exists: it may end and be joined at once
     }
-    if (stack.base == nullptr && !mapStack(stack)) {
-        return false;
+    Start* start = nullptr;
+    if (stack.base != nullptr || mapStack(stack)) {
+        start = new (std::nothrow) Start{&thread, stack};
     }
-    Start* start = new (std::nothrow) Start{&thread, stack};
     if (start == nullptr) {
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_spares.push_back(stack);
+        std::lock_guard<std::mutex> lock(state().mutex);
+        --state().unjoined;
+        if (stack.base != nullptr) {
+            state().spares.push_back(stack);
+        }
         return false;
     }
     pthread_attr_t attr;
@@ -164,11 +182,32 @@ bool ConnectionThreads::start(AThread& thread)
     }
     if (rc != 0) {
         delete start;
-        std::lock_guard<std::mutex> lock(g_mutex);
-        g_spares.push_back(stack);  // unused: fine to keep, even above the count
+        std::lock_guard<std::mutex> lock(state().mutex);
+        --state().unjoined;
+        state().spares.push_back(stack);  // unused: fine to keep, even above the count
         return false;
     }
     return true;
+}
+
+void ConnectionThreads::joinEnded()
+{
+    Pending ended;
+    {
+        std::lock_guard<std::mutex> lock(state().mutex);
+        ended = state().pending;
+        state().pending.valid = false;
+    }
+    if (ended.valid) {
+        pthread_join(ended.thread, nullptr);
+        takeBack(ended.stack);
+    }
+}
+
+unsigned long ConnectionThreads::unjoined()
+{
+    std::lock_guard<std::mutex> lock(state().mutex);
+    return state().unjoined;
 }
 
 size_t ConnectionThreads::deepestUse()

@@ -62,6 +62,12 @@ TEST(ConnectionThreads, ThreadsFromSeveralStartersAllRunOnReusedStacks)
     for (int i = 0; i < 3000 && done.load() + refused.load() < kStarters * kEach; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    // Every thread is joined in the end (the last one by the idle accept loop).
+    for (int i = 0; i < 3000 && ConnectionThreads::unjoined() > 0; ++i) {
+        ConnectionThreads::joinEnded();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(0u, ConnectionThreads::unjoined());
     EXPECT_EQ(kStarters * kEach, done.load());
     EXPECT_EQ(0, refused.load());
     EXPECT_EQ(0, torn.load());
