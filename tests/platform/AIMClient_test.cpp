@@ -57,6 +57,9 @@ TEST_F(AIMService, GettersFollowTheStoredTypeAndRefusedSetsChangeNothing)
 TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
 {
     const int kWriters = 4, kRounds = 30;  // the last writer is a child process
+    // With the snapshots on (every other test reads the files at each call),
+    // so the threads share the value cache and the fault snapshot.
+    setenv("GDS_STANDIN_RECHECK_MS", "3600000", 1);
     auto valueOf = [](int w) { return std::string(60 * w + 1, static_cast<char>('a' + w)); };
     auto payload = [](int w) { return std::string(3000 + w, static_cast<char>('A' + w)); };  // long record lines
     auto rounds = [&](int w) {  // failed or torn operations of writer w
@@ -96,6 +99,7 @@ TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
     }
     EXPECT_EQ(std::vector<int>(kWriters, 0), bad);
     EXPECT_EQ(std::vector<int>(kWriters, kRounds), next);  // no record lost
+    setenv("GDS_STANDIN_RECHECK_MS", "0", 1);
 }
 
 TEST_F(AIMService, KilledWriterLeavesCompleteValues)
