@@ -16,6 +16,13 @@
 #include "aim_config.h"
 
 namespace {
+// Sets the stand-ins' recheck interval for one test; back to 0 (the test
+// setting) at the end, also when the test stops at a failed assertion.
+struct RecheckInterval {
+    explicit RecheckInterval(const char* ms) { setenv("GDS_STANDIN_RECHECK_MS", ms, 1); }
+    ~RecheckInterval() { setenv("GDS_STANDIN_RECHECK_MS", "0", 1); }
+};
+
 class AIMService : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(aim.initialize()); }
@@ -59,7 +66,7 @@ TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
     const int kWriters = 4, kRounds = 30;  // the last writer is a child process
     // With the snapshots on (every other test reads the files at each call),
     // so the threads share the value cache and the fault snapshot.
-    setenv("GDS_STANDIN_RECHECK_MS", "3600000", 1);
+    RecheckInterval snapshots("3600000");
     auto valueOf = [](int w) { return std::string(60 * w + 1, static_cast<char>('a' + w)); };
     auto payload = [](int w) { return std::string(3000 + w, static_cast<char>('A' + w)); };  // long record lines
     auto rounds = [&](int w) {  // failed or torn operations of writer w
@@ -99,7 +106,6 @@ TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
     }
     EXPECT_EQ(std::vector<int>(kWriters, 0), bad);
     EXPECT_EQ(std::vector<int>(kWriters, kRounds), next);  // no record lost
-    setenv("GDS_STANDIN_RECHECK_MS", "0", 1);
 }
 
 TEST_F(AIMService, KilledWriterLeavesCompleteValues)
@@ -166,8 +172,8 @@ TEST_F(AIMService, FaultFilesMakeOperationsFailWithoutSideEffects)
 // show at once, and another platform root starts afresh.
 TEST_F(AIMService, SnapshotsAnswerBetweenRechecks)
 {
-    setenv("GDS_STANDIN_RECHECK_MS", "3600000", 1);  // no recheck within this test
-    ASSERT_TRUE(aim.setProperty("p", 1, true));      // also takes the fault snapshot (no faults)
+    RecheckInterval snapshots("3600000");        // no recheck within this test
+    ASSERT_TRUE(aim.setProperty("p", 1, true));  // also takes the fault snapshot (no faults)
     int v = 0;
     ASSERT_TRUE(aim.getProperty("p", v));
     root.writeFile("/var/aim/props/p", "int\n2\n");
@@ -195,5 +201,4 @@ TEST_F(AIMService, SnapshotsAnswerBetweenRechecks)
         ASSERT_TRUE(there.initialize());
         EXPECT_FALSE(there.getProperty("p", v)) << "a snapshot of another root";
     }
-    setenv("GDS_STANDIN_RECHECK_MS", "0", 1);
 }
