@@ -47,6 +47,10 @@ public:
     static const int kInputSize = 1024;
     // Log lines one request may write for its items (the rest are counted).
     static const int kItemLogLines = 32;
+    // The request text's buffer starts this small and grows to the longest
+    // text the connection has sent (at most kBufferSize), so an idle
+    // connection does not hold 8 KiB it never used.
+    static const int kInitialRequestSize = 256;
 
     ConnectionHandler(ConnectionManager& manager, GUIDataSocket& socket, bool nxtGenPort);
     ~ConnectionHandler() override;
@@ -54,6 +58,8 @@ public:
     void setLog(ALog& log);
     // Starts the connection's thread; false when it could not be created.
     bool startProcessing();
+    // On a stack of ConnectionThreads (its stacks go back when threads end).
+    bool start() override;
     // The request loop; deletes this handler when the connection ends.
     void run() override;
 
@@ -95,6 +101,8 @@ private:
     // Strips trailing line ends (byte 10) from the request text.
     void trimLineEnds();
     void splitPrivilegeWord(int word);
+    // Makes the request buffer hold `size` bytes (size <= bufferSize).
+    void reserveRequest(int size);
     // Launch-document and capture-file requests: one agent writes a raw document.
     void processDocument(std::string& name, std::string& extra);
     // Writes the reply strings for an exception; `message` is formatted into
@@ -105,8 +113,9 @@ private:
     GUIDataSocket m_socket;
     bool nxtGenPort;
     bool stopRequested;
-    int bufferSize;
+    int bufferSize;  // the longest request text accepted, plus its terminator
     char* requestBuffer;
+    int requestCapacity = 0;
     int privileges;
     char* auditUserName;
     char* auditInterfaceName;

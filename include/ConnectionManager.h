@@ -7,6 +7,7 @@
 // libraries do) nor the handlers (each deletes itself).
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
@@ -100,5 +101,7 @@ private:
     std::map<const void*, ConnectionSlot> m_connections;
     // Connections open at the most since memory was last handed back.
     size_t m_peakSinceTrim = 0;
+    bool m_trimAtLast = false;            // trim once more when the last connection ends
+    std::atomic<bool> m_trimOwed{false};  // that trim, done by the accept loop when idle
     static const size_t kTrimAfterBurst = 16;
 };

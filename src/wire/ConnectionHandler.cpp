@@ -10,6 +10,7 @@
 #include <cjson/cJSON.h>
 
 #include "ConnectionManager.h"
+#include "ConnectionThreads.h"
 #include "DataAgent.h"
 #include "DataHandler.h"
 #include "GUIDataHandler.h"
@@ -112,7 +113,8 @@ ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& 
     // Any allocation may fail on a loaded controller: whatever was built is
     // released before the failure leaves the constructor.
     try {
-        requestBuffer = new char[static_cast<size_t>(bufferSize)];
+        requestBuffer = new char[kInitialRequestSize];
+        requestCapacity = kInitialRequestSize;
         requestBuffer[0] = '\0';
         auditUserName = new char[kUserNameSize]();
         auditInterfaceName = new char[kInterfaceNameSize]();
@@ -182,6 +184,29 @@ bool ConnectionHandler::startProcessing()
 {
     m_log.logTrace("ConnectionHandler::startProcessing: Starting to process requests in handler.\n");
     return start();
+}
+
+bool ConnectionHandler::start()
+{
+    return ConnectionThreads::start(*this);
+}
+
+void ConnectionHandler::reserveRequest(int size)
+{
+    if (size <= requestCapacity) {
+        return;
+    }
+    // Grows in one step to what is asked, rounded up to 1 KiB (never past
+    // the longest text accepted): a connection's requests are alike.
+    int capacity = (size + 1023) / 1024 * 1024;
+    if (capacity > bufferSize) {
+        capacity = bufferSize;
+    }
+    char* bigger = new char[static_cast<size_t>(capacity)];  // throws std::bad_alloc: run() ends the connection
+    memcpy(bigger, requestBuffer, static_cast<size_t>(requestCapacity));
+    delete[] requestBuffer;
+    requestBuffer = bigger;
+    requestCapacity = capacity;
 }
 
 void ConnectionHandler::run()
@@ -367,11 +392,12 @@ char* ConnectionHandler::inReqLegacySrvPort()
     m_log.logTrace("ConnectionHandler::nextRequest:  Priv=  %x  got packet length of %i, reading into %lx.\n",
                    static_cast<unsigned int>(privileges), textLength,
                    static_cast<unsigned long>(reinterpret_cast<uintptr_t>(requestBuffer)));
+    reserveRequest(textLength + 1);
     if (readFrameBytes(reinterpret_cast<unsigned char*>(requestBuffer), textLength) != 0) {
         socketReadFailed("Failed to read packet data");
         return nullptr;
     }
-    requestBuffer[textLength] = '\0';  // textLength <= 8092 < bufferSize
+    requestBuffer[textLength] = '\0';  // reserved above: textLength + 1 bytes
     trimLineEnds();
     return requestBuffer;
 }
@@ -418,7 +444,10 @@ char* ConnectionHandler::inReqNxtGenSrvPort()
     }
     // A header without a "Command" string carries an empty request, which
     // is answered like any request with neither a set nor a get part.
-    copyName(requestBuffer, bufferSize, params.command);
+    const size_t commandLength = params.command != nullptr ? strlen(params.command) : 0;
+    reserveRequest(commandLength + 1 < static_cast<size_t>(bufferSize) ? static_cast<int>(commandLength) + 1
+                                                                       : bufferSize);
+    copyName(requestBuffer, requestCapacity, params.command);
     // A missing "Username" or "Interface" leaves the name empty, as on the
     // legacy port.
     copyName(auditUserName, kUserNameSize, params.username);

@@ -19,6 +19,7 @@
 #include <new>
 
 #include "ConnectionHandler.h"
+#include "ConnectionThreads.h"
 #include "GUIDataServer.h"
 #include "GUIDataSocket.h"
 
@@ -147,6 +148,14 @@ void ConnectionManager::connectionEnded(const void* handler)
         if (m_peakSinceTrim >= kTrimAfterBurst && m_connections.size() <= m_peakSinceTrim / 4) {
             m_peakSinceTrim = m_connections.size();
             trim = true;
+            m_trimAtLast = true;
+        }
+        // The burst's last connections free their memory after that trim,
+        // some of it only when their threads have ended: once none is left,
+        // the accept loop trims once more a second later.
+        if (m_connections.empty() && m_trimAtLast) {
+            m_trimAtLast = false;
+            m_trimOwed = true;
         }
     }
     if (trim) {
@@ -360,7 +369,8 @@ bool ConnectionManager::acceptOne(int listenFd, bool nxtGen)
     sockaddr_in client;
     memset(&client, 0, sizeof client);
     socklen_t len = sizeof client;
-    int fd = accept(listenFd, reinterpret_cast<sockaddr*>(&client), &len);
+    // Close-on-exec from the start: tools started for a request never inherit it.
+    int fd = accept4(listenFd, reinterpret_cast<sockaddr*>(&client), &len, SOCK_CLOEXEC);
     if (fd < 0) {
         int err = errno;
         perror("Error in socket accept call");
@@ -376,13 +386,6 @@ bool ConnectionManager::acceptOne(int listenFd, bool nxtGen)
             sleep(5);
         }
         return false;
-    }
-    if (fd > 0) {
-        int flags = fcntl(fd, F_GETFD);
-        if (flags < 0 || fcntl(fd, F_SETFD, flags | FD_CLOEXEC) < 0) {
-            m_log.logError("Failed to set FD_CLOEXEC on socket.\n");
-            perror("failed in fcntl");
-        }
     }
     if (!makeRoomForConnection()) {
         // Every connection is in the middle of a request: none is idle.
@@ -443,9 +446,21 @@ void ConnectionManager::acceptConnections()
         FD_SET(m_nxtGenSocket, &readSet);
         FD_SET(m_legacySocket, &exceptSet);
         FD_SET(m_nxtGenSocket, &exceptSet);
-        if (select(maxFd + 1, &readSet, nullptr, &exceptSet, nullptr) < 0) {
+        // Wakes once a second when idle, for the trim owed after a burst.
+        struct timeval second = {1, 0};
+        int ready = select(maxFd + 1, &readSet, nullptr, &exceptSet, &second);
+        if (ready < 0) {
             perror("select");
             sleep(5);
+            continue;
+        }
+        if (ready == 0) {
+            // The thread that ended last waits to be joined by the next one
+            // to end; when none ends for a second, its stack comes back here.
+            ConnectionThreads::joinEnded();
+            if (m_trimOwed.exchange(false)) {
+                malloc_trim(0);
+            }
             continue;
         }
         m_log.logTrace("ConnectionManager: waiting for next connection.\n");

@@ -47,8 +47,8 @@ GUIDataSocket::GUIDataSocket(int fd, sockaddr_in& peer)
       m_reply(new char[kReplyCapacity]),
       m_replyCapacity(kReplyCapacity),
       m_replyLength(0),
-      m_scratch(new char[kReplyCapacity + 1]),
-      m_scratchCapacity(kReplyCapacity)
+      m_scratch(nullptr),
+      m_scratchCapacity(0)
 {
     m_log.setName("GUIDataSocket");
     m_log.logTrace("Creating a new GUIDataSocket\n");
@@ -59,8 +59,8 @@ GUIDataSocket::GUIDataSocket(const GUIDataSocket& other)
       m_reply(new char[kReplyCapacity]),
       m_replyCapacity(kReplyCapacity),
       m_replyLength(0),
-      m_scratch(new char[kReplyCapacity + 1]),
-      m_scratchCapacity(kReplyCapacity)
+      m_scratch(nullptr),
+      m_scratchCapacity(0)
 {
     m_log.logTrace("Creating a new GUIDataSocket\n");
 }
@@ -216,8 +216,12 @@ bool GUIDataSocket::checkTmpBuffer(int size)
         printf("WARNING: Request exceeds max internal buffer size %i>%i\n", size, kScratchWarning);
         m_log.logWarning("WARNING: Request exceeds max internal buffer size %i>%i\n", size, kScratchWarning);
     }
-    if (m_scratchCapacity >= size) {
+    if (m_scratch != nullptr && m_scratchCapacity >= size) {
         return true;
+    }
+    // Made at the first element too long for the reply buffer's free room.
+    if (size < kReplyCapacity) {
+        size = kReplyCapacity;
     }
     m_log.logTrace("Allocating new buffer of size %i\n", size);
     delete[] m_scratch;
@@ -228,8 +232,25 @@ bool GUIDataSocket::checkTmpBuffer(int size)
 
 void GUIDataSocket::sendFormatted(int needed, const char* format, ...)
 {
-    checkTmpBuffer(needed);
     va_list args;
+    // An element that fits in the reply buffer's free room is formatted in
+    // place: no copy, and no scratch buffer for most connections. The bytes
+    // and the packets are those send() would make.
+    const int room = m_replyCapacity - m_replyLength;
+    if (needed < room) {
+        va_start(args, format);
+        int n = vsnprintf(m_reply + m_replyLength, static_cast<size_t>(room), format, args);
+        va_end(args);
+        if (n >= 0 && n < room) {
+            if (n > 0 && m_log.isEnabled(ALog::kTrace)) {
+                m_log.logTrace("GUIDataSocket: send( %.*s, %i )\n", n, m_reply + m_replyLength, n);
+            }
+            makePrintable(m_reply + m_replyLength, n);
+            m_replyLength += n;
+            return;
+        }
+    }
+    checkTmpBuffer(needed);
     va_start(args, format);
     // The array always has one byte more than the capacity, for the terminator.
     int n = vsnprintf(m_scratch, static_cast<size_t>(m_scratchCapacity) + 1, format, args);

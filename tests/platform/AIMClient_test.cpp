@@ -1,4 +1,5 @@
-// The property service stand-in: type rules, refusals, concurrency, crash safety, fixtures, faults.
+// The property service stand-in: type rules, refusals, concurrency, crash safety, fixtures, faults,
+// snapshots.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -15,6 +16,13 @@
 #include "aim_config.h"
 
 namespace {
+// Sets the stand-ins' recheck interval for one test; back to 0 (the test
+// setting) at the end, also when the test stops at a failed assertion.
+struct RecheckInterval {
+    explicit RecheckInterval(const char* ms) { setenv("GDS_STANDIN_RECHECK_MS", ms, 1); }
+    ~RecheckInterval() { setenv("GDS_STANDIN_RECHECK_MS", "0", 1); }
+};
+
 class AIMService : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(aim.initialize()); }
@@ -56,6 +64,9 @@ TEST_F(AIMService, GettersFollowTheStoredTypeAndRefusedSetsChangeNothing)
 TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
 {
     const int kWriters = 4, kRounds = 30;  // the last writer is a child process
+    // With the snapshots on (every other test reads the files at each call),
+    // so the threads share the value cache and the fault snapshot.
+    RecheckInterval snapshots("3600000");
     auto valueOf = [](int w) { return std::string(60 * w + 1, static_cast<char>('a' + w)); };
     auto payload = [](int w) { return std::string(3000 + w, static_cast<char>('A' + w)); };  // long record lines
     auto rounds = [&](int w) {  // failed or torn operations of writer w
@@ -154,4 +165,40 @@ TEST_F(AIMService, FaultFilesMakeOperationsFailWithoutSideEffects)
     const std::string events = root.readFile("/var/aim/events.log");
     EXPECT_NE(std::string::npos, events.find(" - apid_config_changed 01000000\n"));
     EXPECT_EQ(std::string::npos, events.find("gui_event"));  // a refused event is not recorded
+}
+
+// With a recheck interval, values and fault files come from snapshots: what
+// another process changes waits for the recheck, this process's own writes
+// show at once, and another platform root starts afresh.
+TEST_F(AIMService, SnapshotsAnswerBetweenRechecks)
+{
+    RecheckInterval snapshots("3600000");        // no recheck within this test
+    ASSERT_TRUE(aim.setProperty("p", 1, true));  // also takes the fault snapshot (no faults)
+    int v = 0;
+    ASSERT_TRUE(aim.getProperty("p", v));
+    root.writeFile("/var/aim/props/p", "int\n2\n");
+    root.writeFile("/var/aim/faults/get.p", "");
+    // {expected value or -1 for a failed get, after this step}
+    const std::pair<int, const char*> steps[] = {
+        {1, "another process's changes wait"},
+        {3, "own write"},
+        {-1, "interval 0: the fault file counts at once"},
+    };
+    for (const auto& [expected, step] : steps) {
+        if (expected == 3) {
+            ASSERT_TRUE(aim.setProperty("p", 3, true));
+        } else if (expected == -1) {
+            setenv("GDS_STANDIN_RECHECK_MS", "0", 1);
+        }
+        v = -1;
+        aim.getProperty("p", v);
+        EXPECT_EQ(expected, v) << step;
+    }
+    setenv("GDS_STANDIN_RECHECK_MS", "3600000", 1);
+    {
+        TestRoot other;
+        AIMClient there{"webgui", 25225};
+        ASSERT_TRUE(there.initialize());
+        EXPECT_FALSE(there.getProperty("p", v)) << "a snapshot of another root";
+    }
 }

@@ -74,6 +74,10 @@ TestRoot::TestRoot(bool seedFromSim, const std::string& platform)
         m_savedRoot = old;
     }
     setenv("GDS_ROOT", m_dir.c_str(), 1);
+    // The stand-ins read their fault files and values at every call, so
+    // what a test writes takes effect at once (servers started here inherit
+    // it). A test of the snapshots themselves sets its own interval.
+    setenv("GDS_STANDIN_RECHECK_MS", "0", 0);
 }
 
 TestRoot::~TestRoot()

@@ -59,6 +59,7 @@ TEST_F(Framing, FramesAreSplit)
         {R"({"Magic":"BEEF","Privilege":34,"Command":"get=a\n","Username":"admin","Interface":"web"})",
          "get=a|34|0|admin|web"},
         {R"({"Magic":"BEEF","Privilege":"7","Command":"c"})", "c|0|0||"},
+        {R"({"Magic":"BEEF","Command":")" + std::string(8000, 'k') + R"("})", std::string(8000, 'k') + "|0|0||"},
         // keys match whatever their case, as cJSON_GetObjectItem matches them
         {R"({"magic":"BEEF","PRIVILEGE":3,"command":"c","username":"u","INTERFACE":"i"})", "c|3|0|u|i"},
         {R"({"Magic":"BEEF","Privilege":4278190082,"Command":"c"})", "c|2|255||"},
@@ -77,6 +78,24 @@ TEST_F(Framing, FramesAreSplit)
             h->getSocket().close();
         }
     }
+}
+
+// The request buffer starts small and grows: texts before and after a long
+// one arrive whole on the same connection.
+TEST_F(Framing, TextsOfGrowingLengthOnOneConnection)
+{
+    const std::string texts[] = {"a", std::string(300, 'b'), std::string(8092, 'c'), "d", std::string(2000, 'e')};
+    std::string bytes;
+    for (const std::string& t : texts) {
+        bytes += legacy(t);
+    }
+    auto h = handlerFor(bytes, false);
+    for (const std::string& t : texts) {
+        char* got = h->nextRequest();
+        ASSERT_NE(nullptr, got);
+        EXPECT_EQ(t, got);
+    }
+    h->getSocket().close();
 }
 
 TEST_F(Framing, SetAndGetParts)

@@ -1,6 +1,9 @@
 // AIMStore: the file store behind the property service stand-in (AIMClient,
-// the aim_config_* functions and aimctl). Stateless: every call resolves its
-// paths below the platform root at that moment; any thread, any process.
+// the aim_config_* functions and aimctl). Every call resolves its paths below
+// the platform root at that moment; any thread, any process. The service
+// operations keep the values they read (and the fault files) for up to
+// PlatformRoot::recheckMs(), under a lock; this process's own writes update
+// them at once.
 // Layout and file formats are described in docs/simulator.md.
 #pragma once
 
@@ -88,7 +91,8 @@ public:
     // Every readable property, sorted by name; unreadable files are skipped.
     static bool list(std::vector<std::pair<std::string, Value>>& properties);
     // Whether the fault file "/var/aim/faults/<kind>.<encoded name>" exists
-    // (just "<kind>" when name is null).
+    // (just "<kind>" when name is null). Looked up in a snapshot of the
+    // folder taken at most once per PlatformRoot::recheckMs().
     static bool fault(const char* kind, const char* name);
 
     static bool readEvents(std::vector<Record>& records);

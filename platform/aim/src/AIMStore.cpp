@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <mutex>
 
 #include "PlatformRoot.h"
 
@@ -192,6 +194,34 @@ bool writeAll(int fd, const char* data, size_t size)
         size -= static_cast<size_t>(n);
     }
     return true;
+}
+
+// The values the service operations read, reused for up to
+// PlatformRoot::recheckMs(): a page's get of many properties then reads no
+// file. Another process's change (aimctl, a test) is seen within that time;
+// this process's writes drop the entry at once. Keyed by the store's host
+// path as well, so a switch of the platform root starts afresh.
+const size_t kMaxCachedValues = 4096;
+struct ValueCache {
+    std::mutex mutex;
+    std::string store;
+    long long since = 0;
+    unsigned long writes = 0;  // counts this process's writes
+    std::map<std::string, std::pair<AIMStore::Status, AIMStore::Value>> entries;
+};
+
+ValueCache& valueCache()
+{
+    static ValueCache* cache = new ValueCache();  // never destroyed: used by threads until exit
+    return *cache;
+}
+
+void forgetValue(const std::string& name)
+{
+    ValueCache& cache = valueCache();
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    cache.entries.erase(name);
+    ++cache.writes;
 }
 
 // Reads at most `limit` bytes of a file. errno tells why on failure.
@@ -592,7 +622,9 @@ AIMStore::Status AIMStore::write(const std::string& name, const Value& value)
     if (!makeValue(value.type, value.text, checked)) {
         return kBadValue;
     }
-    return atomicWrite(storePath("props"), encoded, formatValue(checked)) ? kOk : kIoError;
+    const bool written = atomicWrite(storePath("props"), encoded, formatValue(checked));
+    forgetValue(name);  // after the write: a read begun before it is not kept
+    return written ? kOk : kIoError;
 }
 
 AIMStore::Status AIMStore::remove(const std::string& name)
@@ -601,8 +633,11 @@ AIMStore::Status AIMStore::remove(const std::string& name)
     if (!encodeName(name, encoded)) {
         return kBadName;
     }
-    if (unlink((storePath("props") + "/" + encoded).c_str()) != 0) {
-        return (errno == ENOENT || errno == ENOTDIR) ? kAbsent : kIoError;
+    const int rc = unlink((storePath("props") + "/" + encoded).c_str());
+    const int err = errno;
+    forgetValue(name);
+    if (rc != 0) {
+        return (err == ENOENT || err == ENOTDIR) ? kAbsent : kIoError;
     }
     return kOk;
 }
@@ -644,7 +679,8 @@ bool AIMStore::fault(const char* kind, const char* name)
         file += '.';
         file += encoded;
     }
-    return access((storePath("faults") + "/" + file).c_str(), F_OK) == 0;
+    std::string text;
+    return PlatformRoot::faultText("aim", file.c_str(), text);
 }
 
 bool AIMStore::appendRecord(const char* file, const Record& record)
@@ -753,7 +789,39 @@ AIMStore::Status AIMStore::getValue(const char* name, Value& value)
     if (fault("get", name)) {
         return kFault;
     }
-    return read(name, value);
+    const int interval = PlatformRoot::recheckMs();
+    if (interval == 0) {
+        return read(name, value);
+    }
+    ValueCache& cache = valueCache();
+    const std::string store = storePath("props");
+    const long long now = PlatformRoot::monotonicMs();
+    unsigned long writes = 0;
+    {
+        std::lock_guard<std::mutex> lock(cache.mutex);
+        writes = cache.writes;
+        if (cache.store != store || now - cache.since >= interval) {
+            cache.entries.clear();
+            cache.store = store;
+            cache.since = now;
+        }
+        auto it = cache.entries.find(name);
+        if (it != cache.entries.end()) {
+            value = it->second.second;
+            return it->second.first;
+        }
+    }
+    // Read outside the lock. What was read is kept only when no write of
+    // this process landed meanwhile (it might be older than that write).
+    Status status = read(name, value);
+    if (status == kOk || status == kAbsent || status == kCorrupt) {
+        std::lock_guard<std::mutex> lock(cache.mutex);
+        // Bounded: a flood of distinct names cannot grow it without end.
+        if (cache.store == store && cache.writes == writes && cache.entries.size() < kMaxCachedValues) {
+            cache.entries[name] = std::make_pair(status, value);
+        }
+    }
+    return status;
 }
 
 AIMStore::Status AIMStore::getInt(const char* name, int& value)

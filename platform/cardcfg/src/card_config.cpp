@@ -24,16 +24,14 @@ std::mutex g_writeMutex;
 
 int fault(const char* call)
 {
-    std::string file = PlatformRoot::path(std::string("/var/cardcfg/faults/") + call);
-    FILE* f = fopen(file.c_str(), "r");
-    if (f == nullptr) {
+    std::string text;
+    if (!PlatformRoot::faultText("cardcfg", call, text)) {
         return 0;
     }
     int code = -1;
-    if (fscanf(f, "%d", &code) != 1 || code == 0) {
+    if (sscanf(text.c_str(), "%d", &code) != 1 || code == 0) {
         code = -1;
     }
-    fclose(f);
     return code;
 }
 

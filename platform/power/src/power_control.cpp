@@ -24,12 +24,12 @@ extern "C" int SetPowerState(int state)
         fprintf(calls, "SetPowerState %d\n", state);
         fclose(calls);
     }
-    if (FILE* fault = fopen(PlatformRoot::path("/var/power/faults/SetPowerState").c_str(), "r")) {
+    std::string faultText;
+    if (PlatformRoot::faultText("power", "SetPowerState", faultText)) {
         int code = -1;
-        if (fscanf(fault, "%d", &code) != 1 || code == 0) {
+        if (sscanf(faultText.c_str(), "%d", &code) != 1 || code == 0) {
             code = -1;
         }
-        fclose(fault);
         return code;
     }
     if (state != POWER_STATE_OFF && state != POWER_STATE_ON) {

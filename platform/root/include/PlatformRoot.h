@@ -1,7 +1,8 @@
 // PlatformRoot: maps an absolute controller path ("/etc/product", "/tmp/...")
 // onto the platform root named by GDS_ROOT ("/" when unset), so a developer
 // machine or a test runs the controller's file layout inside one folder.
-// Thread-safe: stateless; GDS_ROOT is read on every call so tests may switch it.
+// Thread-safe: GDS_ROOT is read on every call so tests may switch it; the
+// fault-file snapshots are kept under a lock.
 #pragma once
 
 #include <cstddef>
@@ -31,4 +32,20 @@ public:
     // -1 when there is none; n >= 0 when it reads "short <n>" (the call
     // returns only n bytes); -2 otherwise (empty or "fail": the call fails).
     static int faultFile(const char* standIn, const char* call);
+
+    // The text of fault file "/var/<standIn>/faults/<call>"; false when
+    // there is none. A stand-in's faults folder is listed and read at most
+    // once per recheckMs() and the snapshot answers in between, so a call
+    // costs no file lookup; with recheckMs() 0 the file is read every time.
+    static bool faultText(const char* standIn, const char* call, std::string& text);
+
+    // How long (milliseconds) a stand-in may answer from what it read from
+    // its files before reading them again (fault files, the property
+    // service's values): GDS_STANDIN_RECHECK_MS, default 1000; 0 reads the
+    // files at every call. The test support sets 0, so a fault file or a
+    // fixture a test has just written takes effect at the next call.
+    static int recheckMs();
+
+    // Milliseconds of a monotonic clock, for the stand-ins' snapshots.
+    static long long monotonicMs();
 };

@@ -104,15 +104,13 @@ void record(const std::string& kind, const std::string& what)
 // -1 when there is none.
 bool injectedFault(const char* call, int& result)
 {
-    std::string path = PlatformRoot::path(std::string("/var/safeexec/faults/") + call);
-    FILE* f = fopen(path.c_str(), "re");
-    if (f == nullptr) {
+    std::string text;
+    if (!PlatformRoot::faultText("safeexec", call, text)) {
         return false;
     }
-    if (fscanf(f, "%d", &result) != 1) {
+    if (sscanf(text.c_str(), "%d", &result) != 1) {
         result = -1;
     }
-    fclose(f);
     return true;
 }
 

@@ -87,16 +87,14 @@ int randomText(std::string& text, int count)
 // A fault file without a non-zero number fails with EIO.
 int injectedFault()
 {
-    std::string path = PlatformRoot::path("/var/session/faults/get_temp_credentials");
-    FILE* f = fopen(path.c_str(), "r");
-    if (f == nullptr) {
+    std::string text;
+    if (!PlatformRoot::faultText("session", "get_temp_credentials", text)) {
         return 0;
     }
     int code = 0;
-    if (fscanf(f, "%d", &code) != 1 || code == 0) {
+    if (sscanf(text.c_str(), "%d", &code) != 1 || code == 0) {
         code = EIO;
     }
-    fclose(f);
     return code;
 }
 

@@ -18,7 +18,6 @@
 namespace {
 
 const char kHostFile[] = "/var/smbios/host.json";
-const char kFaultDir[] = "/var/smbios/faults/";
 
 std::string readFile(const std::string& path)
 {
@@ -271,11 +270,10 @@ void packBoard(const Host& host, std::vector<unsigned char>& out)
 // only n bytes.
 long fault(const char* call)
 {
-    std::string path = PlatformRoot::path(std::string(kFaultDir) + call);
-    if (access(path.c_str(), F_OK) != 0) {
+    std::string content;
+    if (!PlatformRoot::faultText("smbios", call, content)) {
         return -1;
     }
-    std::string content = readFile(path);
     long n = 0;
     if (sscanf(content.c_str(), "short %ld", &n) == 1 && n >= 0) {
         return n + 1;
