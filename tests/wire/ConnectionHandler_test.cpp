@@ -87,7 +87,7 @@ TEST_F(Framing, TextsOfGrowingLengthOnOneConnection)
     const std::string texts[] = {"a", std::string(300, 'b'), std::string(8092, 'c'), "d", std::string(2000, 'e')};
     std::string bytes;
     for (const std::string& t : texts) {
-        bytes += legacy(t);
+        bytes += legacyFrame(t);
     }
     auto h = handlerFor(bytes, false);
     for (const std::string& t : texts) {
