@@ -45,10 +45,14 @@ bool PlatformRoot::isShellSafe()
     return true;
 }
 
-bool PlatformRoot::readFile(const std::string& p, std::string& text, size_t limit)
+namespace {
+
+// Reads at most about `limit` bytes of a file by its host path (already
+// under the root).
+bool readHostFile(const std::string& hostPath, std::string& text, size_t limit)
 {
     text.clear();
-    FILE* f = fopen(path(p).c_str(), "rb");
+    FILE* f = fopen(hostPath.c_str(), "rb");
     if (f == nullptr) {
         return false;
     }
@@ -59,6 +63,13 @@ bool PlatformRoot::readFile(const std::string& p, std::string& text, size_t limi
     }
     fclose(f);
     return true;
+}
+
+}  // namespace
+
+bool PlatformRoot::readFile(const std::string& p, std::string& text, size_t limit)
+{
+    return readHostFile(path(p), text, limit);
 }
 
 int PlatformRoot::recheckMs()
@@ -90,23 +101,6 @@ const size_t kFaultTextLimit = 4096;
 std::mutex g_faultMutex;
 std::map<std::string, FaultSnapshot> g_faultSnapshots;  // key: the folder's host path
 
-// Reads a file by its host path (already under the root).
-bool readHostFile(const std::string& hostPath, std::string& text)
-{
-    text.clear();
-    FILE* f = fopen(hostPath.c_str(), "rb");
-    if (f == nullptr) {
-        return false;
-    }
-    char buf[512];
-    size_t n;
-    while (text.size() < kFaultTextLimit && (n = fread(buf, 1, sizeof buf, f)) > 0) {
-        text.append(buf, n);
-    }
-    fclose(f);
-    return true;
-}
-
 void listFaults(const std::string& dir, FaultSnapshot& snapshot)
 {
     snapshot.files.clear();
@@ -119,7 +113,7 @@ void listFaults(const std::string& dir, FaultSnapshot& snapshot)
             continue;
         }
         std::string text;
-        if (readHostFile(dir + "/" + entry->d_name, text)) {
+        if (readHostFile(dir + "/" + entry->d_name, text, kFaultTextLimit)) {
             snapshot.files[entry->d_name] = text;
         }
     }
