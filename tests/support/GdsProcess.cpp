@@ -171,7 +171,7 @@ std::string GdsProcess::ask(const std::string& text, uint32_t privileges)
     GDSClient::Options o;
     o.port = m_legacyPort;
     o.privileges = privileges;
-    o.replyTimeoutMs = 30000;
+    o.replyTimeoutMs = 30000 * ProjectBinary::slowdown();  // sanitizers and the emulator are slower
     GDSClient client(o);
     client.connect();
     std::string reply = client.request(text).text;
