@@ -55,7 +55,7 @@ run: build
 run-arm: build-arm
 	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	cmake --build $(BUILD) -j $(JOBS) --target gdsctl
-	PLATFORM=$(PLATFORM) GDS_EMULATOR=qemu-arm GDS_CLIENT_BIN=$(BUILD)/bin \
+	PLATFORM=$(PLATFORM) GDS_EMULATOR='qemu-arm -L /' GDS_CLIENT_BIN=$(BUILD)/bin \
 	  scripts/run-sim.sh $(ARM_BUILD) $(ARM_RUN_ROOT)
 
 test: test-plain test-asan fuzz

@@ -13,4 +13,8 @@ set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
 # find_library and find_package look in /usr/lib/arm-linux-gnueabihf; the
 # headers in /usr/include are the same for every architecture.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
+# "-L /": no path prefix. Without it qemu-arm translates every absolute path
+# of every system call under its default prefix, behind one lock that is not
+# released in a forked child; a child forked while another thread was in
+# such a call hung before running its program (its request never answered).
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /)
