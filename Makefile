@@ -73,13 +73,9 @@ test-asan: build-asan
 test-tsan: build-tsan
 	scripts/run-tsan-tests.sh $(TSAN_BUILD) $(JOBS)
 
-# The whole suite cross-built for armhf, every program under qemu-arm. A
-# failed test runs once more: under qemu-user a started child now and then
-# hangs before its program runs (the emulator forks for every spawn), which
-# leaves one request without a reply. The plain, sanitizer and ThreadSanitizer
-# runs never retry.
+# The whole suite cross-built for armhf, every program under qemu-arm.
 test-arm: build-arm
-	cd $(ARM_BUILD) && ctest -j $(JOBS) --output-on-failure --timeout 1800 --repeat until-pass:2
+	cd $(ARM_BUILD) && ctest -j $(JOBS) --output-on-failure --timeout 1800
 
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.

@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 
 #include <cerrno>
-#include <mutex>
 
 extern char** environ;
 
@@ -42,13 +41,6 @@ pid_t spawn_clean(const char* file, char* const argv[], bool search_path, int ou
         rc = posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     }
     pid_t pid = -1;
-    // One spawn at a time in the process. Under qemu-user (the armhf test
-    // runs) a spawn is a full fork, and two connection threads forking at
-    // once could leave a child deadlocked before it ran its program, its
-    // reply never sent. A spawn returns as soon as the child has started
-    // its program, so the lock is held for about a millisecond.
-    static std::mutex spawning;
-    std::lock_guard<std::mutex> lock(spawning);
     if (rc == 0) {
         rc = search_path ? posix_spawnp(&pid, file, &actions, &attr, argv, environ)
                          : posix_spawn(&pid, file, &actions, &attr, argv, environ);
