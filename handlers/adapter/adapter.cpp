@@ -3,39 +3,27 @@
 // adapter get and set name. Loaded through dataserver.conf
 // ("entryPoint=adapter_init").
 #include "AdapterAgent.h"
-#include "ConnectionHandler.h"
 #include "ConnectionManager.h"
-#include "DataHandler.h"
-#include "HandlerFactory.h"
+#include "SingleAgentFactory.h"
 
 namespace {
 
-class AdapterDataHandler : public DataHandler {
-public:
-    explicit AdapterDataHandler(ConnectionHandler& connection) : DataHandler(connection)
-    {
-        AdapterAgent* agent = new AdapterAgent(*this);
-        for (const char* const* names : {AdapterAgent::getNames(), AdapterAgent::setNames()}) {
-            for (const char* const* name = names; *name != nullptr; ++name) {
-                addAgent(*name, agent);
-            }
+std::vector<const char*> adapterNames()
+{
+    std::vector<const char*> names;
+    for (const char* const* list : {AdapterAgent::getNames(), AdapterAgent::setNames()}) {
+        for (const char* const* name = list; *name != nullptr; ++name) {
+            names.push_back(*name);
         }
     }
-};
-
-class AdapterFactory : public HandlerFactory {
-public:
-    DataHandler* createDataHandler(ConnectionHandler& connection) override
-    {
-        return new AdapterDataHandler(connection);
-    }
-};
+    return names;
+}
 
 }  // namespace
 
 extern "C" int adapter_init(ConnectionManager* manager)
 {
-    static AdapterFactory factory;
+    static SingleAgentFactory<AdapterAgent, adapterNames> factory;
     manager->addDataHandlerFactory(&factory);
     return 0;
 }

@@ -4,36 +4,21 @@
 // own InventoryAgent (log component "InventoryAgent") registered under every
 // inventory name and the two inventory writes.
 #include "ConnectionManager.h"
-#include "DataHandler.h"
-#include "HandlerFactory.h"
 #include "InventoryAgent.h"
+#include "SingleAgentFactory.h"
 
 namespace {
 
-class InventoryDataHandler : public DataHandler {
-public:
-    explicit InventoryDataHandler(ConnectionHandler& connection) : DataHandler(connection)
-    {
-        InventoryAgent* agent = new InventoryAgent(*this);
-        for (const char* name : InventoryAgent::propertyNames()) {
-            addAgent(name, agent);
-        }
-    }
-};
-
-class InventoryFactory : public HandlerFactory {
-public:
-    DataHandler* createDataHandler(ConnectionHandler& connection) override
-    {
-        return new InventoryDataHandler(connection);
-    }
-};
+std::vector<const char*> inventoryNames()
+{
+    return InventoryAgent::propertyNames();
+}
 
 }  // namespace
 
 extern "C" int inventory_init(ConnectionManager* manager)
 {
-    static InventoryFactory factory;
+    static SingleAgentFactory<InventoryAgent, inventoryNames> factory;
     manager->addDataHandlerFactory(&factory);
     return 0;
 }

@@ -1,0 +1,28 @@
+// SingleAgentFactory: the factory of a handler library that serves one agent
+// class. Each connection's data handler gets its own Agent, registered under
+// every name Names() lists (the handler owns and deletes it). Called on the
+// accept thread; the library keeps the factory as a static and it owns nothing.
+#pragma once
+
+#include <vector>
+
+#include "DataHandler.h"
+#include "HandlerFactory.h"
+
+template <class Agent, std::vector<const char*> (*Names)()>
+class SingleAgentFactory : public HandlerFactory {
+public:
+    DataHandler* createDataHandler(ConnectionHandler& connection) override { return new Handler(connection); }
+
+private:
+    class Handler : public DataHandler {
+    public:
+        explicit Handler(ConnectionHandler& connection) : DataHandler(connection)
+        {
+            Agent* agent = new Agent(*this);
+            for (const char* name : Names()) {
+                addAgent(name, agent);
+            }
+        }
+    };
+};
