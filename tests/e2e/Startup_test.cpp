@@ -53,8 +53,12 @@ TEST(Startup, BrokenHandlerLibrariesAreSkipped)
         GdsProcess gds(root);
         gds.setConfig("addHandler=test\n[test]\nlibFile=" + lib + "\nentryPoint=" + entry + "\n");
         ASSERT_TRUE(gds.start()) << gds.output();
-        EXPECT_NE(std::string::npos, gds.output().find(message)) << gds.output();
-        EXPECT_NE(std::string::npos, gds.output().find(" Failed to load handler: " + lib + "\n"));
+        // The lines may reach the output file a moment after the ports open.
+        auto printed = [&](const std::string& line) {
+            return waitFor([&] { return gds.output().find(line) != std::string::npos; }, 5);
+        };
+        EXPECT_TRUE(printed(message)) << gds.output();
+        EXPECT_TRUE(printed(" Failed to load handler: " + lib + "\n")) << gds.output();
         EXPECT_FALSE(root.exists("/tmp/testhandler.loaded"));
     }
 }
