@@ -74,6 +74,12 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
         {"json invalid", true, json("{\"Magic"), false},
         {"json bad magic", true, json("{\"Magic\":\"BEEX\",\"Command\":\"a\"}"), false},
         {"json truncated then close", true, be32(50) + "{\"Magic\":\"BEEF\"", true},
+        // What follows a refused length in the same write is never parsed.
+        {"length 8097 then a frame", false, be32(8097) + legacyFrame("set=testEcho:afterRefusal"), false},
+        {"length 2 then a frame", false, be32(2) + legacyFrame("set=testEcho:afterRefusal"), false},
+        {"length 8098 then blanks", false, be32(8098) + std::string(1020, ' '), false},
+        {"json length 9000 then a frame", true,
+         be32(9000) + json("{\"Magic\":\"BEEF\",\"Privilege\":127,\"Command\":\"set=testEcho:afterRefusal\"}"), false},
     };
     for (const auto& [what, nxtGen, bytes, halfClose] : cases) {
         GDSClient client(options(nxtGen));
@@ -93,6 +99,13 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
         expectServing();
     }
     EXPECT_TRUE(gds.isRunning());
+    EXPECT_EQ(std::string::npos, root.readFile("/tmp/testhandler.calls").find("afterRefusal"));
+    // One refusal, one line: the blanks behind it are not read as lengths.
+    const std::string out = gds.output();
+    const std::string line = "Invalid message length of: 8098";
+    const size_t first = out.find(line);
+    ASSERT_NE(std::string::npos, first) << out;
+    EXPECT_EQ(std::string::npos, out.find(line, first + 1));
 }
 
 TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
