@@ -17,7 +17,7 @@ TEST(DevicesStandIn, CapacityAndFaultsOfTheDeviceCalls)
         const char* call;
         int (*fn)(int*, int, const void*, void*);
         int size;
-    } calls[] = {{"DisksInfoGet", DisksInfoGet, SMBIOS_DISKS_SIZE}, {"GetTPMInfo", GetTPMInfo, SMBIOS_TPM_SIZE}};
+    } calls[] = {{"DisksInfoGet", DisksInfoGet, SMBIOS_DISKS_SIZE}};
     for (const auto& c : calls) {
         int length = 0;
         EXPECT_EQ(c.fn(&length, c.size - 1, nullptr, out), SMBIOS_DEV_CAPACITY) << c.call;
@@ -43,8 +43,12 @@ TEST(DevicesStandIn, CapacityAndFaultsOfTheDeviceCalls)
     ASSERT_EQ(DisksInfoGet(&length, sizeof out, nullptr, out), 0);
     EXPECT_EQ(out[0] | out[1] << 8, 3);
     EXPECT_EQ(out[8], SMBIOS_DISK_SLOT | SMBIOS_DISK_PRESENT | SMBIOS_DISK_DEGRADED);
-    ASSERT_EQ(GetTPMInfo(&length, sizeof out, nullptr, out), 0);
-    EXPECT_EQ(out[SMBIOS_TPM_PRESENT], 1);
+    smbios_tpm_info_t tpm = {};
+    ASSERT_EQ(GetTPMInfo(&tpm), 0);
+    EXPECT_EQ(tpm.bytes[SMBIOS_TPM_PRESENT], 1);
+    EXPECT_EQ(GetTPMInfo(nullptr), SMBIOS_DEV_CAPACITY);
+    root.writeFile("/var/smbios/faults/GetTPMInfo", "fail");
+    EXPECT_EQ(GetTPMInfo(&tpm), SMBIOS_DEV_FAILED);
 }
 
 TEST(DevicesStandIn, SdrRecordsAndFruAreas)
