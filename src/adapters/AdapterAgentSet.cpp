@@ -1,6 +1,8 @@
 // AdapterAgent, set side: the rights check and the checks of every
 // configuration request, all made before anything runs.
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -870,8 +872,19 @@ int AdapterAgent::writeToTool(const char* const argv[], const std::string& line)
         close(out[0]);
         return -1;
     }
-    // One short line fits the pipe: the write never waits for the tool.
+    // One short line fits the pipe: the write never waits for the tool. A
+    // tool that ended without reading makes it fail with EPIPE; the signal
+    // is held for this thread (the server ignores it, a test program may not).
+    sigset_t pipeSignal, previous;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
     bool written = write(in, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    if (!written && errno == EPIPE) {
+        const timespec none = {0, 0};
+        sigtimedwait(&pipeSignal, nullptr, &none);
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     close(in);
     std::string output;
     char piece[256];
