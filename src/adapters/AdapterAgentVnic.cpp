@@ -44,9 +44,9 @@ std::string AdapterAgent::vnicPropertyFile()
     // The controller names the file after the process id alone. Every
     // connection thread of this one process has that id, so two requests at
     // once would write into each other's file; a process-wide counter makes
-    // the name unique per call.
-    // A random part makes the name unpredictable, so no other process can
-    // plant a file under it first (the file is created with O_EXCL anyway).
+    // the name unique per call, and a random part makes it unpredictable, so
+    // no other process can plant a file under it first (the file is created
+    // with O_EXCL anyway).
     static std::atomic<unsigned> calls{0};
     unsigned long long nonce = 0;
     if (getrandom(&nonce, sizeof nonce, 0) != static_cast<ssize_t>(sizeof nonce)) {

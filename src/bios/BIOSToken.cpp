@@ -298,7 +298,10 @@ int BIOSToken::createBIOSTokenPropertyFiles()
         int error = errno;
         bios_syslog("Creating dir %s failed\n", dir.c_str());
         struct stat st;
-        if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        // Something already there (a planted link, also a dangling one, or a
+        // file) is judged below; only a name that is not there at all means
+        // the folder cannot be made.
+        if (lstat(dir.c_str(), &st) != 0) {
             bios_syslog("mkdir %s : FAILED: errno = %d\n", dir.c_str(), error);
             return error;
         }
