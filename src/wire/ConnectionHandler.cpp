@@ -287,7 +287,7 @@ void ConnectionHandler::socketReadFailed(const char* what)
     // A client that closes between requests is no error worth an errno text.
     const char* reason = m_cleanClose ? "connection closed by peer" : strerror(err);
     m_log.logTrace("ConnectionHandler::socketReadFailed: ERROR: %s (%s).\n", what, reason);
-    closeSocket();
+    refuseFrame();  // also drops what was read ahead: nothing after it is parsed
     stopRequested = true;
 }
 
