@@ -1,7 +1,9 @@
-// Fuzzes the adapter agent's conversions of tool output: xmlizeAdapter on
-// any bytes, and the framework's conversion of the output made safe by
-// wellFormedOutput. Both must give a well-formed element sequence (checked
-// with a small tag-balance parser), and the error flag matches the text.
+// Fuzzes the adapter agent's readers of tool output, each on every input:
+// - the card utility's listing gives cards whose four values are non-empty
+//   and within the line buffer, at most one record per "---", and ends;
+// - xmlizeAdapter, and the framework's conversion of the output made safe
+//   by wellFormedOutput, give a well-formed element sequence (checked with a
+//   small tag-balance parser), and the error flag matches the text.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -35,12 +37,35 @@ std::string drain()
     return fuzzconn::drain(peer);
 }
 
+void checkListing(std::string& text)
+{
+    size_t starts = 0;
+    for (size_t i = 0; (i = text.find("---", i)) != std::string::npos; i += 3) {
+        ++starts;
+    }
+    for (bool details : {false, true}) {
+        FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+        size_t cards = 0;
+        AdapterAgent::parseCardListing(f, details, [&](const AdapterAgent::CardRecord& card) {
+            if (!card.complete() || (details && !card.completeDetails()) || card.slot.size() > 255 ||
+                card.mac.size() > 255 || card.interface.size() > 255 || card.type.size() > 255) {
+                abort();
+            }
+            ++cards;
+        });
+        fclose(f);
+        if (cards > starts) {
+            abort();
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     if (connection == nullptr) {
-        fuzzconn::setUp("adapter_xmlize_fuzz", GDS_SIM_ROOT);
+        fuzzconn::setUp("adapter_fuzz", GDS_SIM_ROOT);
         fuzzconn::Connection c = fuzzconn::connect(false);
         connection = c.handler;
         peer = c.client;
@@ -50,6 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     std::string text(reinterpret_cast<const char*>(data), size);
+    checkListing(text);
     GUIDataSocket& socket = connection->getSocket();
 
     FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
