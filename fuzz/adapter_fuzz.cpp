@@ -27,15 +27,7 @@ public:
     }
 };
 
-ConnectionHandler* connection = nullptr;
-FuzzAgent* agent = nullptr;
-int peer = -1;
-
-std::string drain()
-{
-    connection->getSocket().flush();
-    return fuzzconn::drain(peer);
-}
+fuzzconn::AgentConnection<FuzzAgent>* on = nullptr;
 
 void checkListing(std::string& text)
 {
@@ -64,19 +56,17 @@ void checkListing(std::string& text)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (connection == nullptr) {
+    if (on == nullptr) {
         fuzzconn::setUp("adapter_fuzz", GDS_SIM_ROOT);
-        fuzzconn::Connection c = fuzzconn::connect(false);
-        connection = c.handler;
-        peer = c.client;
-        agent = new FuzzAgent(*connection->getDataHandlers()[0]);
+        on = new fuzzconn::AgentConnection<FuzzAgent>();
     }
     if (size == 0 || size > 65536) {
         return 0;
     }
     std::string text(reinterpret_cast<const char*>(data), size);
     checkListing(text);
-    GUIDataSocket& socket = connection->getSocket();
+    GUIDataSocket& socket = on->socket();
+    FuzzAgent* agent = on->agent;
 
     FILE* f = fmemopen(const_cast<char*>(text.data()), text.size(), "r");
     bool flag = false;
@@ -87,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     fclose(f);
     socket.writeString("</L>");
-    std::string reply = drain();
+    std::string reply = on->drain();
     if (!fuzzxml::balanced(reply)) {
         abort();
     }
@@ -100,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     bool hasError = false;
     std::string message;
     agent->queryBackend("true", socket, "T", hasError, message, "No Storage Data", "Fuzz", true, false);
-    if (!fuzzxml::balanced(drain())) {
+    if (!fuzzxml::balanced(on->drain())) {
         abort();
     }
     return 0;

@@ -107,8 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (agent == nullptr) {
         fuzzconn::setUp("config_fuzz");
         server = &fuzzconn::manager->getServer();
-        fuzzconn::Connection c = fuzzconn::connect(false);
-        agent = new DefaultPropertyAgent(*c.handler->getDataHandlers()[0]);
+        agent = (new fuzzconn::AgentConnection<DefaultPropertyAgent>())->agent;
     }
     if (size == 0 || size > 65536) {
         return 0;  // fmemopen needs a byte

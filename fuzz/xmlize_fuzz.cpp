@@ -20,16 +20,7 @@
 
 namespace {
 
-ConnectionHandler* connection = nullptr;
-StubAgent* agent = nullptr;
-int peer = -1;
-
-// The reply data written since the last call, checked packet by packet.
-std::string drain()
-{
-    connection->getSocket().flush();
-    return fuzzconn::drain(peer);
-}
+fuzzconn::AgentConnection<StubAgent>* on = nullptr;
 
 // A stream over `text`; null for the empty text (fmemopen needs a byte).
 FILE* streamOf(const std::string& text)
@@ -39,7 +30,8 @@ FILE* streamOf(const std::string& text)
 
 void checkXmlize(const std::string& raw, const std::string& text)
 {
-    GUIDataSocket& socket = connection->getSocket();
+    GUIDataSocket& socket = on->socket();
+    StubAgent* agent = on->agent;
     bool hasError = false;
     std::string errorText;
     agent->prepare(text);
@@ -47,7 +39,7 @@ void checkXmlize(const std::string& raw, const std::string& text)
         agent->prepared()) {
         abort();
     }
-    std::string reply = drain();
+    std::string reply = on->drain();
     if (reply.compare(0, 7, "<TList>") != 0 || reply.size() < 15 ||
         reply.compare(reply.size() - 8, 8, "</TList>") != 0 || hasError == errorText.empty()) {
         abort();
@@ -59,20 +51,21 @@ void checkXmlize(const std::string& raw, const std::string& text)
             abort();
         }
         fclose(stream);
-        if (drain() != reply || streamError != hasError || streamText != errorText) {
+        if (on->drain() != reply || streamError != hasError || streamText != errorText) {
             abort();
         }
     }
     if (FILE* stream = streamOf(raw)) {
         agent->xmlize(stream, socket, "T", hasError, errorText, "", false);
         fclose(stream);
-        drain();
+        on->drain();
     }
 }
 
 void checkXmlizeExt(const std::string& raw, const std::string& text, bool wrap)
 {
-    GUIDataSocket& socket = connection->getSocket();
+    GUIDataSocket& socket = on->socket();
+    StubAgent* agent = on->agent;
     bool hasError = true;
     std::string errorText = "caller's";
     agent->prepare(text);
@@ -80,18 +73,18 @@ void checkXmlizeExt(const std::string& raw, const std::string& text, bool wrap)
     if ((result != 0 && result != -1) || agent->prepared() || !hasError || errorText != "caller's") {
         abort();
     }
-    std::string reply = drain();
+    std::string reply = on->drain();
     if (FILE* stream = streamOf(text)) {
         int streamResult = agent->xmlizeExt(stream, socket, "T", wrap);
         fclose(stream);
-        if (streamResult != result || drain() != reply) {
+        if (streamResult != result || on->drain() != reply) {
             abort();
         }
     }
     if (FILE* stream = streamOf(raw)) {
         agent->xmlizeExt(stream, socket, wrap ? nullptr : "T", true);
         fclose(stream);
-        drain();
+        on->drain();
     }
 }
 
@@ -99,12 +92,9 @@ void checkXmlizeExt(const std::string& raw, const std::string& text, bool wrap)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (connection == nullptr) {
+    if (on == nullptr) {
         fuzzconn::setUp("xmlize_fuzz");
-        fuzzconn::Connection c = fuzzconn::connect(false);
-        connection = c.handler;
-        peer = c.client;
-        agent = new StubAgent(*connection->getDataHandlers()[0]);
+        on = new fuzzconn::AgentConnection<StubAgent>();
     }
     if (size > 65536) {  // adds nothing but time
         return 0;
