@@ -6,26 +6,39 @@
 #   platform-sim  the platform stand-ins (same library names as the
 #                 controller's own libraries, which replace them there)
 #   sim           the simulated controller (sim/) and its tools
-# Paths that the server and the unit name (the handler folder, the
-# configuration folder) are the configure-time ones: configure with the
-# prefix the files will really live under (the package targets use /usr) and
-# stage with DESTDIR, not with a different --prefix.
+# `--prefix P` moves every file below P, but the paths written into the
+# unit, the sample dataserver.conf and gds.pc are the configure-time ones:
+# configure with the prefix the files will really live under (the package
+# targets use /usr) and stage with DESTDIR.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(GDS_HANDLER_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/gds)
 # Overridable with -D: where dataserver.conf, default.properties and
 # map.properties go (the unit names them there), the unit and the logrotate
-# rule. /etc when the prefix is /usr.
+# rule. Below the prefix (so --prefix moves them), except that the prefix
+# /usr keeps its configuration in /etc.
+if(CMAKE_INSTALL_FULL_SYSCONFDIR STREQUAL "${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SYSCONFDIR}")
+  set(gds_sysconf ${CMAKE_INSTALL_SYSCONFDIR})
+else()
+  set(gds_sysconf ${CMAKE_INSTALL_FULL_SYSCONFDIR})
+endif()
 if(NOT DEFINED GDS_CONFIG_INSTALL_DIR)
-  set(GDS_CONFIG_INSTALL_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/gds)
+  set(GDS_CONFIG_INSTALL_DIR ${gds_sysconf}/gds)
 endif()
 if(NOT DEFINED GDS_UNIT_INSTALL_DIR)
   set(GDS_UNIT_INSTALL_DIR lib/systemd/system)
 endif()
 if(NOT DEFINED GDS_LOGROTATE_INSTALL_DIR)
-  set(GDS_LOGROTATE_INSTALL_DIR ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logrotate.d)
+  set(GDS_LOGROTATE_INSTALL_DIR ${gds_sysconf}/logrotate.d)
 endif()
+foreach(dir CONFIG LOGROTATE)
+  if(IS_ABSOLUTE ${GDS_${dir}_INSTALL_DIR})
+    set(GDS_FULL_${dir}_DIR ${GDS_${dir}_INSTALL_DIR})
+  else()
+    set(GDS_FULL_${dir}_DIR ${CMAKE_INSTALL_PREFIX}/${GDS_${dir}_INSTALL_DIR})
+  endif()
+endforeach()
 set(GDS_CMAKE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/gds)
 # Absolute forms for the files that name installed paths.
 set(GDS_FULL_HANDLER_DIR ${CMAKE_INSTALL_FULL_LIBDIR}/gds)
