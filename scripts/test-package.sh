@@ -139,7 +139,7 @@ for variant in pc cm; do
   if serve "$variant" 100 "inventory=$handlers/libinventory.so:inventory_init hello=$work/$variant/libhello.so:hello_init" \
       env LD_LIBRARY_PATH="$libdir" "$root/usr/sbin/gds"; then
     expect "$variant" 'get=helloGreeting' '<helloGreeting>Hello from an outside handler library (1)</helloGreeting>'
-    expect "$variant" 'get=hostname,helloGreeting' '<status>ok</status>'
+    expect "$variant" 'get=hostname,helloGreeting' '<hostname>sim-bmc</hostname>'
     stop
   fi
 done
@@ -173,7 +173,7 @@ if [ ! -x "$arm_root/usr/sbin/gds" ] || ! readelf -h "$arm_root/usr/sbin/gds" | 
 # shellcheck disable=SC2086
 elif serve arm 1200 "adapter=$arm_libdir/gds/libadapter.so:adapter_init" \
     env LD_LIBRARY_PATH="$arm_libdir" $emulator "$arm_root/usr/sbin/gds"; then
-  expect arm 'get=hostname' '<status>ok</status>'
+  expect arm 'get=hostname' '<hostname>sim-bmc</hostname>'
   stop
 fi
 
