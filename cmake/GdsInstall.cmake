@@ -10,13 +10,6 @@
 # unit, the sample dataserver.conf and gds.pc are the configure-time ones:
 # configure with the prefix the files will really live under (the package
 # targets use /usr) and stage with DESTDIR.
-# GNUInstallDirs picks Debian's multiarch library folder (lib/<triplet>) for
-# the prefix /usr, but not when cross-compiling; the armhf packages need it.
-if(CMAKE_CROSSCOMPILING AND CMAKE_LIBRARY_ARCHITECTURE AND CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$"
-   AND EXISTS /etc/debian_version)
-  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
-endif()
-include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(GDS_HANDLER_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/gds)
