@@ -167,10 +167,10 @@ step "extracted armhf gds under ${emulator}"
 arm_root=$work/arm-root
 extract "$arm_build/packages" "$arm_root"
 arm_libdir=$arm_root/usr/lib/arm-linux-gnueabihf
-if [ ! -x "$arm_root/usr/sbin/gds" ] || ! readelf -h "$arm_root/usr/sbin/gds" | grep -q 'Machine: *ARM$'; then
-  fail "the armhf package holds no ARM gds"
 # GDS_EMULATOR is split into words on purpose: an emulator and its options.
 # shellcheck disable=SC2086
+if [ ! -x "$arm_root/usr/sbin/gds" ] || ! readelf -h "$arm_root/usr/sbin/gds" | grep -q 'Machine: *ARM$'; then
+  fail "the armhf package holds no ARM gds"
 elif serve arm 1200 "adapter=$arm_libdir/gds/libadapter.so:adapter_init" \
     env LD_LIBRARY_PATH="$arm_libdir" $emulator "$arm_root/usr/sbin/gds"; then
   expect arm 'get=hostname' '<hostname>sim-bmc</hostname>'
