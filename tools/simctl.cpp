@@ -515,6 +515,12 @@ int usage()
 int main(int argc, char** argv)
 {
     std::string command = argc >= 2 ? argv[1] : "";
+    // Only ever a simulated root: on a controller these are the real files.
+    const char* root = getenv("GDS_ROOT");
+    if (command != "" && (root == nullptr || PlatformRoot::root().empty())) {
+        fprintf(stderr, "simctl: GDS_ROOT must name a simulated controller root (build/run-root)\n");
+        return 2;
+    }
     if (command == "list" && (argc == 2 || (argc == 3 && strcmp(argv[2], "--json") == 0))) {
         return list(argc == 3);
     }

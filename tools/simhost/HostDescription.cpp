@@ -140,8 +140,9 @@ bool HostDescription::write(const HostInventory& host, const std::string& base, 
     replace(root, "memorySummary", summary(host));
     replace(root, "pcie", pcie(host));
     char* text = cJSON_Print(root);
-    json = text != nullptr ? std::string(text) + "\n" : "";
+    const bool printed = text != nullptr;
+    json = printed ? std::string(text) + "\n" : "";
     free(text);
     cJSON_Delete(root);
-    return text != nullptr;
+    return printed;
 }
