@@ -71,7 +71,8 @@ TEST(SimulatedHost, ImportedServerIsTheHost)
     ASSERT_EQ(0, run(ProjectBinary::command("simhw") + " host --from-dmidecode " + root.path("/host.txt") + " --onto " +
                      description + " > " + description + ".new && mv " + description + ".new " + description));
     auto gds = startServer(root);
-    std::string reply = gds->ask("get=inventoryCPU,inventoryCPUCore,inventoryMemoryDetail,inventoryMemorySummary,UUID");
+    std::string reply =
+        gds->ask("get=inventoryCPU,inventoryCPUCore,inventoryMemoryDetail,inventoryMemorySummary,UUID,memoryStats[2]");
     EXPECT_EQ(2u, occurrences(reply, "<Processor>"));
     EXPECT_EQ(4u, occurrences(reply, "<DIMM>"));
     for (const char* shown : {
@@ -90,6 +91,7 @@ TEST(SimulatedHost, ImportedServerIsTheHost)
              "<Visibility>No</Visibility>",
              "<TotalMemory>49152 MB</TotalMemory>",
              "<UUID>4C4C4544-0042-3510-8052-B3C04F4B3132</UUID>",
+             "<memoryStats><memory><id>2</id>\n<description>DIMM_B1</description>",
          }) {
         EXPECT_NE(std::string::npos, reply.find(shown)) << shown << "\n" << reply;
     }

@@ -3,6 +3,7 @@
 #include <cjson/cJSON.h>
 
 #include <cstdlib>
+#include <vector>
 
 namespace {
 
@@ -118,6 +119,32 @@ cJSON* pcie(const HostInventory& host)
     return list;
 }
 
+// Temperature statistics for the imported DIMMs and processors: one record
+// per installed device, described by its locator or socket, the temperatures
+// taken in turn from the base description's records ("30 C" without any).
+cJSON* stats(const cJSON* base, const std::vector<std::string>& names)
+{
+    std::vector<std::string> temperatures;
+    const cJSON* record;
+    cJSON_ArrayForEach(record, base)
+    {
+        const cJSON* t = cJSON_GetObjectItemCaseSensitive(record, "temperature");
+        if (cJSON_IsString(t)) {
+            temperatures.push_back(t->valuestring);
+        }
+    }
+    cJSON* list = cJSON_CreateArray();
+    for (size_t i = 0; i < names.size(); i++) {
+        cJSON* o = cJSON_CreateObject();
+        cJSON_AddNumberToObject(o, "id", static_cast<double>(i + 1));
+        cJSON_AddStringToObject(o, "temperature",
+                                temperatures.empty() ? "30 C" : temperatures[i % temperatures.size()].c_str());
+        cJSON_AddStringToObject(o, "description", names[i].c_str());
+        cJSON_AddItemToArray(list, o);
+    }
+    return list;
+}
+
 }  // namespace
 
 bool HostDescription::write(const HostInventory& host, const std::string& base, std::string& json)
@@ -139,6 +166,20 @@ bool HostDescription::write(const HostInventory& host, const std::string& base, 
     replace(root, "dimms", dimms(host));
     replace(root, "memorySummary", summary(host));
     replace(root, "pcie", pcie(host));
+    std::vector<std::string> dimmNames;
+    for (const auto& m : host.memory) {
+        if (m.installed) {
+            dimmNames.push_back(m.locator);
+        }
+    }
+    std::vector<std::string> sockets;
+    for (const auto& p : host.processors) {
+        if (p.status.compare(0, 9, "Populated") == 0) {
+            sockets.push_back(p.socket);
+        }
+    }
+    replace(root, "memoryStats", stats(cJSON_GetObjectItemCaseSensitive(root, "memoryStats"), dimmNames));
+    replace(root, "processorStats", stats(cJSON_GetObjectItemCaseSensitive(root, "processorStats"), sockets));
     char* text = cJSON_Print(root);
     const bool printed = text != nullptr;
     json = printed ? std::string(text) + "\n" : "";

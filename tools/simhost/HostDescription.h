@@ -1,8 +1,9 @@
 // HostDescription: writes a HostInventory as the SMBIOS stand-in's host
 // description (/var/smbios/host.json): system, processors, DIMMs with the
-// memory summary computed from them, PCI adapters. Sections the import has
-// no data for (boot order, on-board MAC addresses, statistics) come from a
-// base description when one is given. Stateless.
+// memory summary computed from them, PCI adapters, temperature records per
+// installed DIMM and processor. Sections the import has no data for (boot
+// order, on-board MAC addresses, board statistics) come from a base
+// description when one is given. Stateless.
 #pragma once
 
 #include <string>
