@@ -107,7 +107,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (agent == nullptr) {
         fuzzconn::setUp("config_fuzz");
         server = &fuzzconn::manager->getServer();
-        agent = (new fuzzconn::AgentConnection<DefaultPropertyAgent>())->agent;
+        // Kept for the whole run: a connection only reached through its
+        // agent counts as leaked.
+        static fuzzconn::AgentConnection<DefaultPropertyAgent>* on =
+            new fuzzconn::AgentConnection<DefaultPropertyAgent>();
+        agent = on->agent;
     }
     if (size == 0 || size > 65536) {
         return 0;  // fmemopen needs a byte
