@@ -14,7 +14,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm fuzz bench format clean
+        test-tsan test-arm test-browser fuzz bench format clean
 
 all: build
 
@@ -76,6 +76,11 @@ test-tsan: build-tsan
 # The whole suite cross-built for armhf, every program under qemu-arm.
 test-arm: build-arm
 	cd $(ARM_BUILD) && ctest -j $(JOBS) --output-on-failure --timeout 1800
+
+# Drives the web front door's explorer in headless Chromium (Selenium), which
+# it installs when missing; screenshots in $(BUILD)/browser.
+test-browser: build
+	scripts/test-browser.sh $(BUILD)
 
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.
