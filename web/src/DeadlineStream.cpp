@@ -46,44 +46,47 @@ int DeadlineStream::msLeft(Clock::time_point until)
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
-bool DeadlineStream::fill()
+bool DeadlineStream::receive(int timeoutMs)
 {
     if (m_pos > 0 && m_pos == m_buffer.size()) {
         m_buffer.clear();
         m_pos = 0;
     }
-    int left = msLeft(m_readUntil);
-    if (left == 0 || !waitFd(m_fd, POLLIN, left)) {
-        m_readFailed = true;
-        return false;
-    }
+    const Clock::time_point until = Clock::now() + std::chrono::milliseconds(timeoutMs);
     char chunk[4096];
-    ssize_t n;
-    do {
-        n = recv(m_fd, chunk, sizeof chunk, 0);
-    } while (n < 0 && errno == EINTR);
-    if (n <= 0) {
+    for (;;) {
+        // Try first: the bytes are usually there already, and a poll costs a call.
+        ssize_t n = recv(m_fd, chunk, sizeof chunk, MSG_DONTWAIT);
+        if (n > 0) {
+            m_buffer.append(chunk, static_cast<size_t>(n));
+            return true;
+        }
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+            return false;
+        }
+        int left = msLeft(until);
+        if (left == 0 || !waitFd(m_fd, POLLIN, left)) {
+            return false;
+        }
+    }
+}
+
+bool DeadlineStream::fill()
+{
+    int left = msLeft(m_readUntil);
+    if (left == 0 || !receive(left)) {
         m_readFailed = true;
         return false;
     }
-    m_buffer.append(chunk, static_cast<size_t>(n));
     return true;
 }
 
 bool DeadlineStream::waitForRequest(std::chrono::milliseconds idle)
 {
-    if (m_pos < m_buffer.size()) {
-        return true;
-    }
-    if (!waitFd(m_fd, POLLIN, static_cast<int>(idle.count()))) {
-        return false;
-    }
-    char c;
-    ssize_t n;
-    do {
-        n = recv(m_fd, &c, 1, MSG_PEEK);
-    } while (n < 0 && errno == EINTR);
-    return n == 1;
+    return m_pos < m_buffer.size() || receive(static_cast<int>(idle.count()));
 }
 
 DeadlineStream::Head DeadlineStream::readHead(size_t lineLimit, size_t headerLimit)
@@ -144,8 +147,8 @@ bool DeadlineStream::is_readable() const
 
 bool DeadlineStream::is_writable() const
 {
-    Clock::time_point until = m_writing ? m_writeUntil : Clock::now() + m_deadline;
-    return waitFd(m_fd, POLLOUT, msLeft(until));
+    // write() waits for room itself, within the deadline.
+    return !m_writing || Clock::now() < m_writeUntil;
 }
 
 ssize_t DeadlineStream::read(char* ptr, size_t size)

@@ -45,7 +45,10 @@ public:
 private:
     // Milliseconds left until `until` (0 when passed).
     static int msLeft(Clock::time_point until);
-    // Reads more bytes into the buffer; false on close, error or deadline.
+    // Reads more bytes into the buffer, waiting up to timeoutMs for them;
+    // false on close, error or time-out.
+    bool receive(int timeoutMs);
+    // receive() within the request's deadline; a failure is remembered.
     bool fill();
 
     int m_fd;
