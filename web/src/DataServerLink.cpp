@@ -41,6 +41,9 @@ DataServerLink::Answer DataServerLink::ask(Session& session, const std::string& 
             a.silent = reply.packets.empty();
             return a;
         } catch (const GDSClientError& e) {
+            if (e.kind() == GDSClientError::kRequest) {
+                throw;  // nothing was sent; the connection stays usable
+            }
             session.data.close();
             bool retry =
                 reused && attempt == 0 && (e.kind() == GDSClientError::kClosed || e.kind() == GDSClientError::kIo);
