@@ -37,8 +37,8 @@ public:
 
     // How long a launch document may stay silent before that counts as the
     // data server's refusal.
-    static const int kSilenceMs = 1500;
-    static const int kReplyTimeoutMs = 120000;
+    static constexpr int kSilenceMs = 1500;
+    static constexpr int kReplyTimeoutMs = 120000;
 
 private:
     GDSClient::Options options(uint32_t mask, const std::string& user, bool launch) const;

@@ -33,10 +33,10 @@ public:
     };
 
     // Limits of a request: its line, its header block, its body.
-    static const size_t kRequestLineLimit = 8192;
-    static const size_t kHeaderLimit = 8192;
-    static const size_t kBodyLimit = 65536;
-    static const size_t kRequestsPerConnection = 10000;
+    static constexpr size_t kRequestLineLimit = 8192;
+    static constexpr size_t kHeaderLimit = 8192;
+    static constexpr size_t kBodyLimit = 65536;
+    static constexpr size_t kRequestsPerConnection = 10000;
     static constexpr const char* kCookie = "gdsweb_session";
 
     explicit FrontDoor(const Config& config);

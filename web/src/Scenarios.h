@@ -20,8 +20,8 @@ public:
     Result run(const std::vector<std::string>& args);
     const std::string& tool() const { return m_tool; }
 
-    static const int kTimeLimitSeconds = 30;
-    static const size_t kOutputLimit = 1u << 20;
+    static constexpr int kTimeLimitSeconds = 30;
+    static constexpr size_t kOutputLimit = 1u << 20;
 
 private:
     std::string m_tool;

@@ -30,7 +30,7 @@ struct Session {
 class Sessions {
 public:
     using Clock = std::chrono::steady_clock;
-    static const size_t kMaxSessions = 1024;
+    static constexpr size_t kMaxSessions = 1024;
 
     // A new session for a checked account. At kMaxSessions the session idle
     // longest ends to make room.

@@ -35,8 +35,8 @@ public:
 
     // Failures allowed before each further attempt must wait; the wait
     // doubles with every failure up to kMaxWaitSeconds.
-    static const int kFreeFailures = 3;
-    static const int kMaxWaitSeconds = 60;
+    static constexpr int kFreeFailures = 3;
+    static constexpr int kMaxWaitSeconds = 60;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -50,5 +50,5 @@ private:
     std::string m_path;
     std::mutex m_mutex;
     std::map<std::string, Failures> m_failures;  // at most kMaxTracked names
-    static const size_t kMaxTracked = 4096;
+    static constexpr size_t kMaxTracked = 4096;
 };
