@@ -137,7 +137,18 @@ void DeadlineStream::writeAndClose(int status, const char* reason, const std::st
         "HTTP/1.1 " + std::to_string(status) + " " + reason +
         "\r\nContent-Type: text/plain\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) +
         "\r\n\r\n" + body;
-    write(text.data(), text.size());
+    if (write(text.data(), text.size()) < 0) {
+        return;
+    }
+    // A lingering close: what the client still sends is read and dropped for
+    // a moment, since closing with it unread would reset the connection and
+    // the client could lose the answer.
+    shutdown(m_fd, SHUT_WR);
+    const Clock::time_point until = Clock::now() + std::chrono::milliseconds(1000);
+    for (size_t dropped = 0; dropped < (1u << 20) && receive(msLeft(until));) {
+        dropped += m_buffer.size() - m_pos;
+        m_pos = m_buffer.size();
+    }
 }
 
 bool DeadlineStream::is_readable() const

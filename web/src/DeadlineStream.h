@@ -27,7 +27,8 @@ public:
     // headerLimit, kFailed when the peer closed or the deadline passed.
     Head readHead(size_t lineLimit, size_t headerLimit);
     // Writes a complete canned answer (status line, headers, body) that asks
-    // to close the connection.
+    // to close the connection, then drops what the client still sends for up
+    // to a second, until it closes.
     void writeAndClose(int status, const char* reason, const std::string& body);
 
     // A read of the current request failed (peer closed, error, or the
