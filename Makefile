@@ -6,6 +6,7 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 TSAN_BUILD ?= build-tsan
 ARM_BUILD  ?= build-arm
+COV_BUILD  ?= build-cov
 ARM_RUN_ROOT ?= $(ARM_BUILD)/run-root
 RUN_ROOT   ?= $(BUILD)/run-root
 PLATFORM   ?= dravon
@@ -14,7 +15,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm test-browser fuzz bench format clean
+        test-tsan test-arm coverage test-browser fuzz bench format clean
 
 all: build
 
@@ -77,6 +78,12 @@ test-tsan: build-tsan
 test-arm: build-arm
 	cd $(ARM_BUILD) && ctest -j $(JOBS) --output-on-failure --timeout 1800
 
+# The unit and end-to-end suites built with gcc's coverage instrumentation
+# (its own folder); prints line and branch coverage per subsystem and writes
+# an HTML report to $(COV_BUILD)/coverage/index.html.
+coverage: deps
+	scripts/coverage.sh $(COV_BUILD) $(JOBS)
+
 # Drives the web front door's explorer in headless Chromium (Selenium), which
 # it installs when missing; screenshots in $(BUILD)/browser.
 test-browser: build
@@ -96,4 +103,4 @@ format:
 	find include src platform tools tests fuzz bench lib -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD)

@@ -15,7 +15,21 @@
 #include "FrontDoor.h"
 #include "PlatformRoot.h"
 
+#ifdef GDS_COVERAGE
+extern "C" void __gcov_dump(void);
+#endif
+
 namespace {
+
+#ifdef GDS_COVERAGE
+// The coverage build only: a front door the tests stop with SIGTERM writes
+// its coverage counters first (the default action would lose them).
+void writeCountersAndExit(int)
+{
+    __gcov_dump();
+    _exit(0);
+}
+#endif
 
 void usage(FILE* out)
 {
@@ -96,6 +110,9 @@ int main(int argc, char** argv)
         }
     }
     signal(SIGPIPE, SIG_IGN);
+#ifdef GDS_COVERAGE
+    signal(SIGTERM, writeCountersAndExit);
+#endif
 
     FrontDoor::Config config;
     config.dataPort = dataPort;
