@@ -33,6 +33,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         abort();
     }
     HttpText::readsOnly(in);
+    HttpText::loopbackHost(in);
     HttpText::plainWord(in);
     HttpText::Reached r = HttpText::reachedFrom(in, "127.0.0.1", 8080);
     if (r.address.find_first_of("@()<>\"'&; \r\n") != std::string::npos || r.port < 1 || r.port > 65535) {

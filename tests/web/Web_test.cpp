@@ -314,6 +314,10 @@ TEST_F(Web, HostileRequestsAreAnsweredNotObeyed)
         {"unknown method", "BREW /data HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n", "HTTP/1.1 400"},
         {"text without a session", "GET /data?get=sshPort HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n",
          "HTTP/1.1 401"},
+        {"login from a foreign host name",
+         "POST /login HTTP/1.1\r\nHost: rebound.example:8080\r\nConnection: close\r\n"
+         "Content-Length: 32\r\n\r\nuser=admin&password=password&x=y",
+         "HTTP/1.1 403"},
         {"half a request", "GET /data?get=sshPort HTTP/1.1\r\nHost: x\r\nConnection: close\r\n", ""},
         {"half a body", "POST /login HTTP/1.1\r\nHost: x\r\nConnection: close\r\nContent-Length: 50\r\n\r\nuser=admin",
          ""},

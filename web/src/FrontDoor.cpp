@@ -258,6 +258,13 @@ bool FrontDoor::forward(Session& s, const std::string& text, DataServerLink::Ans
 void FrontDoor::login(const Request& req, Response& res)
 {
     res.set_header("Cache-Control", "no-store");
+    // A page of another site whose name was made to resolve to 127.0.0.1
+    // (DNS rebinding) would be same-origin with the front door and could
+    // log in with the sample users; its requests carry its own host name.
+    if (m_config.loopbackOnly && !HttpText::loopbackHost(req.get_header_value("Host"))) {
+        answerError(res, 403, "log in through 127.0.0.1 or localhost");
+        return;
+    }
     std::string user, password;
     if (!HttpText::parseLogin(req.get_header_value("Content-Type"), req.body, user, password)) {
         answerError(res, 400, "send the fields user and password (form fields or JSON)");

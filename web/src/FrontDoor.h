@@ -30,6 +30,8 @@ public:
         std::chrono::milliseconds requestDeadline{10000};
         std::chrono::milliseconds keepAlive{30000};
         size_t maxConnections = 256;
+        // Listening on loopback only: a login must name a loopback host.
+        bool loopbackOnly = true;
     };
 
     // Limits of a request: its line, its header block, its body.

@@ -251,6 +251,15 @@ std::string HttpText::launchText(const std::string& document, const Reached& rea
            sessionRef + ")";
 }
 
+bool HttpText::loopbackHost(const std::string& hostHeader)
+{
+    Reached r = reachedFrom(hostHeader, "", 80);  // any port will do here
+    if (r.ipv6) {
+        return r.address == "::1";
+    }
+    return r.address == "localhost" || r.address.compare(0, 4, "127.") == 0;
+}
+
 bool HttpText::sameSecret(const std::string& a, const std::string& b)
 {
     if (a.size() != b.size()) {

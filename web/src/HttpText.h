@@ -54,6 +54,10 @@ public:
     static std::string launchText(const std::string& document, const Reached& reached, const std::string& cacheToken,
                                   int sessionId, int userPrivilege, const std::string& sessionRef);
 
+    // A Host header naming this machine's loopback: localhost, 127.x.x.x or
+    // [::1], with or without a port.
+    static bool loopbackHost(const std::string& hostHeader);
+
     // Constant-time comparison of two secrets.
     static bool sameSecret(const std::string& a, const std::string& b);
 };

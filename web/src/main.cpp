@@ -132,7 +132,8 @@ int main(int argc, char** argv)
     } else {
         config.uiDir = ui;
     }
-    if (address != "127.0.0.1" && address != "::1" && address != "localhost") {
+    config.loopbackOnly = address == "127.0.0.1" || address == "::1" || address == "localhost";
+    if (!config.loopbackOnly) {
         fprintf(stderr,
                 "gdsweb: WARNING: listening on %s, not loopback: anyone who reaches it can log in with the "
                 "sample users. Development only.\n",
