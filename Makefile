@@ -15,7 +15,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm coverage fuzz bench format clean
+        test-tsan test-arm coverage test-browser fuzz bench format clean package package-arm test-package
 
 all: build
 
@@ -85,12 +85,34 @@ test-arm: build-arm
 coverage: deps
 	scripts/coverage.sh $(COV_BUILD) $(JOBS)
 
+# Drives the web front door's explorer in headless Chromium (Selenium), which
+# it installs when missing; screenshots in $(BUILD)/browser.
+test-browser: build
+	scripts/test-browser.sh $(BUILD)
+
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DGDS_FUZZ=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	scripts/run-fuzzers.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# Debian packages (gds, gds-dev, gds-platform-sim, gds-sim) from the plain
+# build and from the armhf cross build, in BUILD/packages and
+# ARM_BUILD/packages. The build folders are reused: packaging only sets the
+# install prefix (/usr) and runs cpack. See docs/integration.md.
+package: build
+	@scripts/install-package-deps.sh
+	scripts/make-packages.sh $(BUILD)
+
+package-arm: build-arm
+	@scripts/install-package-deps.sh
+	scripts/make-packages.sh $(ARM_BUILD)
+
+# Builds both sets of packages and proves them in a throwaway root below
+# BUILD/package-test (the machine itself is not changed).
+test-package: package package-arm
+	scripts/test-package.sh $(BUILD) $(ARM_BUILD)
 
 bench: build
 	$(BUILD)/bin/gdsbench

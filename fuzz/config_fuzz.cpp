@@ -23,6 +23,8 @@
 namespace {
 
 GUIDataServer* server = nullptr;
+// The connection lives for the whole run (kept here, so it is no leak).
+fuzzconn::AgentConnection<DefaultPropertyAgent>* on = nullptr;
 DefaultPropertyAgent* agent = nullptr;
 
 void readConfigFile(const std::vector<char>& bytes)
@@ -107,10 +109,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (agent == nullptr) {
         fuzzconn::setUp("config_fuzz");
         server = &fuzzconn::manager->getServer();
-        // Kept for the whole run: a connection only reached through its
-        // agent counts as leaked.
-        static fuzzconn::AgentConnection<DefaultPropertyAgent>* on =
-            new fuzzconn::AgentConnection<DefaultPropertyAgent>();
+        on = new fuzzconn::AgentConnection<DefaultPropertyAgent>();
         agent = on->agent;
     }
     if (size == 0 || size > 65536) {
