@@ -2,7 +2,8 @@
 # Seeds a fresh simulated controller root from sim/root (plus the overlay
 # sim/platforms/$PLATFORM when that platform has one) and runs the data
 # server in the foreground on it. Usage: run-sim.sh BUILD_DIR ROOT_DIR
-# Environment: PLATFORM (default dravon), GDS_EMULATOR (runs the server
+# Environment: PLATFORM (default dravon), HOST (a real host's SMBIOS data,
+# dmidecode's text or a --dump-bin file, as the simulated host), GDS_EMULATOR (runs the server
 # through it, e.g. qemu-arm for the armhf build), GDS_CLIENT_BIN (folder of
 # the gdsctl to suggest; default the build's own), GDSWEB_PORT (the web
 # front door's port, default 8080), and the server's own variables.
@@ -23,6 +24,15 @@ root=$(cd "$root" && pwd)
 cp -a "$here/sim/root/." "$root/"
 if [ -d "$here/sim/platforms/$platform" ]; then
   cp -a "$here/sim/platforms/$platform/." "$root/"
+fi
+# HOST: the real host's SMBIOS data replaces the platform's processors, DIMMs
+# and PCI adapters (a raw dump starts with its entry point, "_SM").
+if [ -n "${HOST:-}" ]; then
+  form=--from-dmidecode
+  case "$(head -c 4 "$HOST")" in _SM*|_DMI) form=--from-dump ;; esac
+  "${GDS_CLIENT_BIN:-$build/bin}/simhw" host "$form" "$HOST" --onto "$root/var/smbios/host.json" \
+    > "$root/var/smbios/host.json.new"
+  mv "$root/var/smbios/host.json.new" "$root/var/smbios/host.json"
 fi
 sed "s|@GDS_LIB_DIR@|$build/lib|g" "$here/sim/dataserver.conf.in" > "$root/etc/dataserver.conf"
 
