@@ -73,6 +73,6 @@ private:
     FILE* m_stream = nullptr;
     std::string m_filtered;  // the filtered output the stream reads
     int m_filterStatus = 0;
-    bool m_filtered_run = false;
+    bool m_filteredRun = false;
     static std::atomic<unsigned long> s_started;
 };

@@ -340,6 +340,9 @@ bool ToolRun::parse(const std::string& text, Command& command, std::string* erro
         command.joinErrors = command.joinErrors || join;
         command.programs.push_back(words);
     }
+    if (!command.output.empty() && !command.filter.empty()) {
+        return refuse(error, "output to a file and a filter");
+    }
     if (command.background && (command.programs.size() != 1 || !command.filter.empty())) {
         return refuse(error, "only a single program runs in the background");
     }
@@ -521,7 +524,7 @@ bool ToolRun::start(const char* text)
     }
     close(readEnd);
     m_filtered = command.filter.apply(raw, m_filterStatus);
-    m_filtered_run = true;
+    m_filteredRun = true;
     m_stream = m_filtered.empty() ? fopen("/dev/null", "re") : fmemopen(&m_filtered[0], m_filtered.size(), "r");
     if (m_stream == nullptr) {
         reapAll();
@@ -559,11 +562,11 @@ int ToolRun::finish()
     }
     (void)lastWaited;
     m_pids.clear();
-    if (m_filtered_run) {
+    if (m_filteredRun) {
         status = m_filterStatus;
     }
     m_lastExec = 0;
-    m_filtered_run = false;
+    m_filteredRun = false;
     m_filtered.clear();
     return status;
 }

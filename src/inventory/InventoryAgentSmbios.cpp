@@ -50,8 +50,8 @@ unsigned char g_cachedSmVersion = 0;
 // waiting for an inventory page.
 std::mutex g_firmwareMutex;
 std::map<std::string, std::string> g_firmware;
-unsigned g_firmwareLookups = 0;
-unsigned g_firmwareForgotten = 0;
+uint64_t g_firmwareLookups = 0;
+uint64_t g_firmwareForgotten = 0;
 
 // Identity strings, filled on first use and kept while non-empty.
 char g_platformName[64];
@@ -842,7 +842,7 @@ int InventoryAgent::getpciFwVersion(const char* slot, char* out, size_t outSize)
         return 0;
     }
     std::string version;
-    unsigned generation = 0;
+    uint64_t generation = 0;  // 0: the answer was kept
     {
         std::lock_guard<std::mutex> lock(g_firmwareMutex);
         auto it = g_firmware.find(slotText);
