@@ -6,6 +6,7 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 TSAN_BUILD ?= build-tsan
 ARM_BUILD  ?= build-arm
+COV_BUILD  ?= build-cov
 ARM_RUN_ROOT ?= $(ARM_BUILD)/run-root
 RUN_ROOT   ?= $(BUILD)/run-root
 PLATFORM   ?= dravon
@@ -14,7 +15,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm fuzz bench format clean
+        test-tsan test-arm coverage fuzz bench format clean package package-arm test-package
 
 all: build
 
@@ -77,12 +78,35 @@ test-tsan: build-tsan
 test-arm: build-arm
 	cd $(ARM_BUILD) && ctest -j $(JOBS) --output-on-failure --timeout 1800
 
+# The unit and end-to-end suites built with gcc's coverage instrumentation
+# (its own folder); prints line and branch coverage per subsystem and writes
+# an HTML report to $(COV_BUILD)/coverage/index.html.
+coverage: deps
+	scripts/coverage.sh $(COV_BUILD) $(JOBS)
+
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.
 fuzz: deps
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DGDS_FUZZ=ON
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	scripts/run-fuzzers.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# Debian packages (gds, gds-dev, gds-platform-sim, gds-sim) from the plain
+# build and from the armhf cross build, in BUILD/packages and
+# ARM_BUILD/packages. The build folders are reused: packaging only sets the
+# install prefix (/usr) and runs cpack. See docs/integration.md.
+package: build
+	@scripts/install-package-deps.sh
+	scripts/make-packages.sh $(BUILD)
+
+package-arm: build-arm
+	@scripts/install-package-deps.sh
+	scripts/make-packages.sh $(ARM_BUILD)
+
+# Builds both sets of packages and proves them in a throwaway root below
+# BUILD/package-test (the machine itself is not changed).
+test-package: package package-arm
+	scripts/test-package.sh $(BUILD) $(ARM_BUILD)
 
 bench: build
 	$(BUILD)/bin/gdsbench
@@ -91,4 +115,4 @@ format:
 	find include src platform tools tests fuzz bench lib -name '*.cpp' -o -name '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(TSAN_BUILD) $(ARM_BUILD) $(COV_BUILD)

@@ -109,6 +109,21 @@ inline std::string drain(int client, int* lastFlags = nullptr)
     return text;
 }
 
+// One agent of class A on its own connection (made when this is), and the
+// reply data it wrote since the last drain(), checked as drain() checks it.
+template <class A>
+struct AgentConnection {
+    Connection c = connect(false);
+    A* agent = new A(*c.handler->getDataHandlers()[0]);
+
+    GUIDataSocket& socket() { return c.handler->getSocket(); }
+    std::string drain()
+    {
+        socket().flush();
+        return fuzzconn::drain(c.client);
+    }
+};
+
 // One answered request: its text, the reply text, the number of packets flagged as
 // last, and the raw-reply byte the request carried.
 struct Answer {

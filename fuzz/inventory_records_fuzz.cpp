@@ -19,9 +19,7 @@
 
 namespace {
 
-ConnectionHandler* connection = nullptr;
-InventoryAgent* agent = nullptr;
-int peer = -1;
+fuzzconn::AgentConnection<InventoryAgent>* on = nullptr;
 
 struct Kind {
     InventoryAgent::CacheSlot slot;
@@ -42,12 +40,9 @@ const Kind kKinds[] = {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (connection == nullptr) {
+    if (on == nullptr) {
         fuzzconn::setUp("inventory_records", GDS_SIM_ROOT);
-        fuzzconn::Connection c = fuzzconn::connect(false);
-        connection = c.handler;
-        peer = c.client;
-        agent = new InventoryAgent(*connection->getDataHandlers()[0]);
+        on = new fuzzconn::AgentConnection<InventoryAgent>();
     }
     if (size < 1 || size > 65536) {
         return 0;
@@ -55,7 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     unsigned pick = data[0] % (sizeof kKinds / sizeof kKinds[0] + 2);
     const uint8_t* records = data + 1;
     size_t length = size - 1;
-    GUIDataSocket& socket = connection->getSocket();
+    GUIDataSocket& socket = on->socket();
+    InventoryAgent* agent = on->agent;
     pthread_mutex_lock(&InventoryAgent::m_mutex);
     if (pick < sizeof kKinds / sizeof kKinds[0]) {
         const Kind& k = kKinds[pick];
@@ -81,8 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     pthread_mutex_unlock(&InventoryAgent::m_mutex);
     InventoryAgent::resetCache();
-    socket.flush();
-    std::string reply = fuzzconn::drain(peer);
+    std::string reply = on->drain();
     if (!fuzzxml::balanced(reply)) {
         abort();
     }

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 PKGS=(g++ cmake ninja-build make libcjson-dev libgtest-dev libgmock-dev
-      clang libclang-rt-14-dev libxml2-utils python3)
+      clang libclang-rt-14-dev libxml2-utils python3 gcovr)
 
 missing=()
 for p in "${PKGS[@]}"; do

@@ -10,11 +10,28 @@
 #include "GUIDataServer.h"
 #include "PlatformRoot.h"
 
+#ifdef GDS_COVERAGE
+#include <unistd.h>
+extern "C" void __gcov_dump(void);
+
+// The coverage build only: a server the tests stop with SIGTERM writes its
+// coverage counters first (the default action would lose them). Nothing else
+// runs at exit: the connection threads are still going.
+static void writeCountersAndExit(int)
+{
+    __gcov_dump();
+    _exit(0);
+}
+#endif
+
 int main(int argc, char** argv)
 {
     // A web server that hangs up mid-reply must not end the process: writes
     // to a closed connection fail with EPIPE instead.
     signal(SIGPIPE, SIG_IGN);
+#ifdef GDS_COVERAGE
+    signal(SIGTERM, writeCountersAndExit);
+#endif
     // Connection threads would each get a malloc arena of their own; a few
     // shared ones keep the memory of many short connections from scattering
     // over arenas that are never handed back.

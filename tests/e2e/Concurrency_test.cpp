@@ -1,6 +1,6 @@
 // Many connections at once against the state the server's threads share:
 // the property service (while the BIOS token gatherer applies documents the
-// simulated BIOS keeps writing), the debug log, and the accept loop with
+// simulated BIOS keeps writing with biossim, polled every second), the debug log, and the accept loop with
 // connections coming and going. Here it catches lost or torn values and
 // mixed log lines; built with ThreadSanitizer (make test-tsan) it also
 // catches the data races behind them. Caches that later agents share go in
@@ -119,7 +119,9 @@ protected:
         root.writeFile("/tmp/gdsprint_override", "");  // every request writes its audit line
         gds.setEnv("GDS_BIOS_POLL_SECONDS", "1");
         ASSERT_TRUE(gds.start()) << gds.output();
+        // The gatherer thread publishes the BIOS tokens at start.
         ASSERT_TRUE(waitFor([] { return aimText("BiosTokenDataAvailable") == "1"; }, 15)) << gds.output();
+        EXPECT_TRUE(root.exists("/tmp/BiosTokens/advanced/cmd/validvalues"));
     }
 
     // Runs `w` as thread `t`; problems are collected, not asserted, because

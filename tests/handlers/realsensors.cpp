@@ -9,7 +9,7 @@
 #include "ConnectionManager.h"
 #include "DataAgent.h"
 #include "DataHandler.h"
-#include "HandlerFactory.h"
+#include "SingleAgentFactory.h"
 
 namespace {
 
@@ -43,26 +43,16 @@ private:
     std::vector<std::string> m_names;
 };
 
-class RealHandler : public DataHandler {
-public:
-    explicit RealHandler(ConnectionHandler& connection) : DataHandler(connection)
-    {
-        RealAgent* agent = new RealAgent(*this);
-        addAgent("fans", agent);
-        addAgent("users", agent);
-    }
-};
-
-class RealFactory : public HandlerFactory {
-public:
-    DataHandler* createDataHandler(ConnectionHandler& connection) override { return new RealHandler(connection); }
-};
+std::vector<const char*> realNames()
+{
+    return {"fans", "users"};
+}
 
 }  // namespace
 
 extern "C" int realsensors_init(ConnectionManager* manager)
 {
-    static RealFactory factory;
+    static SingleAgentFactory<RealAgent, realNames> factory;
     manager->addDataHandlerFactory(&factory);
     return 0;
 }

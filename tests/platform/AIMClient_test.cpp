@@ -1,5 +1,5 @@
-// The property service stand-in: type rules, refusals, concurrency, crash safety, fixtures, faults,
-// snapshots.
+// The property service stand-in: type rules, refusals, concurrency, crash safety, fixtures and
+// snapshots (the server's tests drive the fault files).
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -147,24 +147,6 @@ TEST_F(AIMService, FunctionsAnswerFromFixtures)
     for (auto [name, result] : failing) {
         EXPECT_EQ(result, aim.callFunction(name, 0, nullptr, sizeof out, &length, out)) << name;
     }
-}
-
-TEST_F(AIMService, FaultFilesMakeOperationsFailWithoutSideEffects)
-{
-    ASSERT_TRUE(aim.setProperty("ro", 1, true) && aim.setProperty("hidden", 2, true));
-    for (const char* fault : {"set.ro", "get.hidden", "event.gui_event_config_changed"}) {
-        root.writeFile(std::string("/var/aim/faults/") + fault, "");
-    }
-    EXPECT_FALSE(aim_config_set_int("ro", 5, 1));
-    int value = 0;
-    EXPECT_TRUE(aim.getProperty("ro", value) && value == 1);
-    EXPECT_FALSE(aim.getProperty("hidden", value));
-    int web = 1;
-    EXPECT_FALSE(aim.notifyEvent("gui_event_config_changed", 4, &web));
-    EXPECT_TRUE(aim.notifyEvent("apid_config_changed", 4, &web));
-    const std::string events = root.readFile("/var/aim/events.log");
-    EXPECT_NE(std::string::npos, events.find(" - apid_config_changed 01000000\n"));
-    EXPECT_EQ(std::string::npos, events.find("gui_event"));  // a refused event is not recorded
 }
 
 // With a recheck interval, values and fault files come from snapshots: what

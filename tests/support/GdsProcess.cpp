@@ -200,8 +200,10 @@ void GdsProcess::stop()
     if (m_pid <= 0) {
         return;
     }
+    // SIGTERM first: the coverage build's server writes its counters then
+    // (under a file lock that other ending processes may hold).
     kill(m_pid, SIGTERM);
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 500 * ProjectBinary::slowdown(); ++i) {
         if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
             m_pid = -1;
             return;

@@ -2,7 +2,8 @@
 // free loopback ports, its own configuration file, output captured in files
 // of the root. Started through ProjectBinary (the emulator of a cross
 // build). One per test, used from the test's main thread. stop() (or
-// the destructor) kills the server and reaps it.
+// the destructor) ends the server (SIGTERM, SIGKILL after a grace period)
+// and reaps it.
 #pragma once
 
 #include <sys/types.h>
