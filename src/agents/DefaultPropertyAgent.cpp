@@ -293,6 +293,11 @@ int DefaultPropertyAgent::postProcessGet(ConnectionHandler& connection)
     for (PropertyInfo* info : m_requestList) {
         connection.getSocket().writeSimpleElement(info->name.c_str(), info->value.c_str());
     }
+    // The last step of a get: the request's entries and values are given
+    // back, so an idle connection keeps nothing of the request it answered.
+    std::vector<PropertyInfo*>().swap(m_requestList);
+    m_requestEntries.clear();
+    m_requestEntries.shrink_to_fit();
     return 1;
 }
 
