@@ -15,7 +15,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm coverage fuzz bench format clean package package-arm test-package
+        test-tsan test-arm coverage test-browser fuzz bench format clean package package-arm test-package
 
 all: build
 
@@ -83,6 +83,11 @@ test-arm: build-arm
 # an HTML report to $(COV_BUILD)/coverage/index.html.
 coverage: deps
 	scripts/coverage.sh $(COV_BUILD) $(JOBS)
+
+# Drives the web front door's explorer in headless Chromium (Selenium), which
+# it installs when missing; screenshots in $(BUILD)/browser.
+test-browser: build
+	scripts/test-browser.sh $(BUILD)
 
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.

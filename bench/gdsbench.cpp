@@ -644,9 +644,10 @@ double compare(const char* caseName, const char* unit, const Target& echo, const
 void usage(FILE* out)
 {
     fprintf(out,
-            "usage: gdsbench [-d seconds] [-r rounds] [-h]\n"
+            "usage: gdsbench [-d seconds] [-r rounds] [-w] [-h]\n"
             "  -d seconds  time per round of a timed case (default 0.5)\n"
-            "  -r rounds   rounds per target and case, at least 5 (default 5)\n");
+            "  -r rounds   rounds per target and case, at least 5 (default 5)\n"
+            "  -w          only the web front door's case\n");
 }
 
 // The data server's reply length for `text`, which the echo then sends too.
@@ -672,6 +673,12 @@ bool startServer(ServerProcess& server, int extraMapLines, Target& gds)
 
 }  // namespace
 
+#ifdef GDSBENCH_WEB
+// bench/web_cases.cpp
+void runWebCases(const std::string& binDir, const std::string& sourceDir, const std::string& buildDir, int rounds,
+                 double seconds);
+#endif
+
 int main(int argc, char** argv)
 {
     if (argc == 2 && strcmp(argv[1], "--echo-server") == 0) {
@@ -680,7 +687,8 @@ int main(int argc, char** argv)
     double seconds = 0.5;
     int rounds = 5;
     int opt;
-    while ((opt = getopt(argc, argv, "d:r:h")) != -1) {
+    bool webOnly = false;
+    while ((opt = getopt(argc, argv, "d:r:wh")) != -1) {
         char* end = nullptr;
         switch (opt) {
             case 'd':
@@ -697,6 +705,9 @@ int main(int argc, char** argv)
                     return 2;
                 }
                 break;
+            case 'w':
+                webOnly = true;
+                break;
             case 'h':
                 usage(stdout);
                 return 0;
@@ -711,6 +722,16 @@ int main(int argc, char** argv)
     if (getrlimit(RLIMIT_NOFILE, &lim) == 0 && lim.rlim_cur < lim.rlim_max) {
         lim.rlim_cur = lim.rlim_max;
         setrlimit(RLIMIT_NOFILE, &lim);
+    }
+
+    if (webOnly) {
+#ifdef GDSBENCH_WEB
+        runWebCases(exeDir(), GDS_SOURCE_DIR, GDS_BINARY_DIR, rounds, seconds);
+        return 0;
+#else
+        fprintf(stderr, "gdsbench: built without the web front door (no cpp-httplib)\n");
+        return 1;
+#endif
     }
 
     std::string why;
@@ -843,5 +864,8 @@ int main(int argc, char** argv)
                : g.value <= g.limit ? "holds"
                                     : "MISSED");
     }
+#ifdef GDSBENCH_WEB
+    runWebCases(exeDir(), GDS_SOURCE_DIR, GDS_BINARY_DIR, rounds, seconds);
+#endif
     return 0;
 }

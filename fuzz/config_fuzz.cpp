@@ -23,6 +23,8 @@
 namespace {
 
 GUIDataServer* server = nullptr;
+// The connection lives for the whole run (kept here, so it is no leak).
+fuzzconn::AgentConnection<DefaultPropertyAgent>* on = nullptr;
 DefaultPropertyAgent* agent = nullptr;
 
 void readConfigFile(const std::vector<char>& bytes)
@@ -107,7 +109,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (agent == nullptr) {
         fuzzconn::setUp("config_fuzz");
         server = &fuzzconn::manager->getServer();
-        agent = (new fuzzconn::AgentConnection<DefaultPropertyAgent>())->agent;
+        on = new fuzzconn::AgentConnection<DefaultPropertyAgent>();
+        agent = on->agent;
     }
     if (size == 0 || size > 65536) {
         return 0;  // fmemopen needs a byte

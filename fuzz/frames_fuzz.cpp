@@ -2,7 +2,8 @@
 // (bit 0: the 8197 layout with its JSON header), the rest is everything a
 // client sends before it stops sending. Whatever the bytes, the connection
 // answers complete, well-framed replies and stops at the end of the input
-// or at the first bad frame.
+// or at the first bad frame: nothing sent after a refused frame reaches an
+// agent (fuzz_connection.h takes the loop's next pass and checks it).
 #include <cstdint>
 
 #include "request_fuzz_common.h"

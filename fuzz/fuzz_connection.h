@@ -147,6 +147,12 @@ inline std::vector<Answer> serve(Connection& c, const std::string& bytes)
     // at the end of the input shows up as a hang, not as silent spinning.
     for (size_t round = 0; round <= bytes.size() / 8 + 1; ++round) {
         if (c.handler->nextRequest() == nullptr) {
+            // The connection's loop takes one more pass after a refused
+            // frame: whatever followed it must not come out as a request
+            // (it would reach the agents).
+            if (c.handler->nextRequest() != nullptr) {
+                abort();
+            }
             break;
         }
         Answer answer;

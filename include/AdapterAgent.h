@@ -108,6 +108,10 @@ public:
     // unchanged) when the service fails.
     int getNetMode(int* mode, int* slot);
     static int getCardIndex(const std::string& text);
+    // An argument that must be a number (an action, an uplink, a LUN, a
+    // firmware id, an option): RequestToken::getInt, which throws
+    // ProcessingException "Cannot parse int from "%s"" for other text.
+    static int number(const std::string& text);
     // The management-processor tool's controller path: MPTOOL_PATH, or the
     // default. Chosen once per process.
     static const std::string& mptoolPath();
@@ -189,6 +193,10 @@ protected:
     static void checkUserText(const std::string& text, const char* property);
     // Not empty, no leading "-", passes "general_rule".
     static bool plainWord(const std::string& text);
+    // Request text echoed in a message: at most its first 255 characters.
+    // The text is shown as it came (also when it is refused); the error
+    // reply escapes markup and control characters.
+    static std::string shown(const std::string& text);
     int runQuery(const char* command, GUIDataSocket& socket, const char* tag, bool wrapList, bool extended);
     int uplinkChild(GUIDataSocket& socket);
     // Clears the fields that set requests record.
@@ -211,11 +219,14 @@ protected:
     void vnicProperties(TokenMap& arguments);
     // Actions.
     void adapterParameters();
+    // Starts argv[0] with `argv` (no shell), writes `line` to its standard
+    // input and waits: its exit status, or -1 when it could not be run or
+    // fed. Its output goes to the trace log.
+    int writeToTool(const char* const argv[], const std::string& line);
     void resetAdapter(int slot);
     int triggerHalvricNetChange();
     // Waits `seconds`, scaled by GDS_ADAPTER_PAUSE_SCALE.
     void pause(int seconds);
-    [[noreturn]] void notYetAvailable();
 
     // vNIC, iSCSI boot, usNIC and boot-table actions (AdapterAgentVnic.cpp).
     // `arguments` is the request's map as preProcessSet left it: for the

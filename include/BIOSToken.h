@@ -28,9 +28,12 @@ public:
     static BIOSToken* getBIOSTokenInstance();
 
     // Selects the schema, fills the maps, opens the lock file and writes the
-    // token files. 0, or -1 when the lock file cannot be opened. Calling it
-    // again (a test) rebuilds everything from the files in place.
+    // token files. 0, -1 when the lock file cannot be opened, or
+    // kPlantedLink when the lock file or the token folder in the shared /tmp
+    // is a symbolic link (or another user's folder): then nothing is written.
+    // Calling it again (a test) rebuilds everything from the files in place.
     int initialize();
+    static constexpr int kPlantedLink = -2;
     // On "dravon" and "ruskel" controllers renames the schema variant that
     // fits the hardware onto "/etc/Schema_updated.xml".
     void checkForDravonAndPointSchema();
@@ -51,8 +54,8 @@ public:
     bool isSchemaToken(const char* name);
 
     // Creates "/tmp/BiosTokens" with the command-line class folders and the
-    // property and valid-values files of the three groups. 0, or the errno
-    // of a failed directory creation.
+    // property and valid-values files of the three groups. 0, the errno of
+    // a failed directory creation, or kPlantedLink (nothing written).
     int createBIOSTokenPropertyFiles();
     void writePropertyAndValidValuesFiles(const char* propertyPath, const char* validValuesPath, BIOSTokenType type);
 
@@ -98,6 +101,7 @@ private:
     BIOSTokenMap m_serverManagementTokens;
     struct flock m_lock;
     int m_lockFd;
+    bool m_lockIsLink = false;  // the lock file's name held a symbolic link
     char* m_writeData;
     bool m_initDone;
 };

@@ -67,6 +67,10 @@ public:
     char* inReqLegacySrvPort();
     char* inReqNxtGenSrvPort();
     void socketReadFailed(const char* what);
+    // A refused frame (bad length, no memory, and every read failure):
+    // closes the connection and drops whatever was read ahead, so nothing
+    // after it is parsed or carried out.
+    void refuseFrame();
     // Closes the connection (also from the accept loop when the handler's
     // thread could not start).
     void closeSocket();

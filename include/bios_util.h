@@ -8,6 +8,11 @@
 // the hook when one is set.
 void bios_syslog(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// Appends `message` as "<identity>: <message>" to <root>/var/log/syslog
+// when the platform root is not "/" (where a syslog daemon has it); line
+// ends and control characters escaped. Any thread.
+void syslog_mirror(const char* identity, const char* message);
+
 // Receives every message bios_syslog sends (tests); null switches it off.
 typedef void (*bios_syslog_hook_t)(const char* message);
 void bios_syslog_set_hook(bios_syslog_hook_t hook);

@@ -5,7 +5,8 @@
 set -euo pipefail
 
 PKGS=(g++ cmake ninja-build make libcjson-dev libgtest-dev libgmock-dev
-      clang libclang-rt-14-dev libxml2-utils python3 gcovr)
+      clang libclang-rt-14-dev libxml2-utils python3 gcovr
+      libcpp-httplib-dev libcrypt-dev pkg-config)
 
 missing=()
 for p in "${PKGS[@]}"; do

@@ -4,8 +4,8 @@
 # server in the foreground on it. Usage: run-sim.sh BUILD_DIR ROOT_DIR
 # Environment: PLATFORM (default dravon), GDS_EMULATOR (runs the server
 # through it, e.g. qemu-arm for the armhf build), GDS_CLIENT_BIN (folder of
-# the gdsctl to suggest; default the build's own), and the server's own
-# variables.
+# the gdsctl to suggest; default the build's own), GDSWEB_PORT (the web
+# front door's port, default 8080), and the server's own variables.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-build}" && pwd)
@@ -49,7 +49,8 @@ cd "$root"
 # shellcheck disable=SC2086
 ${GDS_EMULATOR:-} "$build/bin/gds" -configfile "$root/etc/dataserver.conf" &
 gds_pid=$!
-trap 'kill -TERM "$gds_pid" 2>/dev/null' INT TERM
+web_pid=
+trap 'kill -TERM "$gds_pid" $web_pid 2>/dev/null' INT TERM
 
 # Prints what the simulated controller offers. The canned library writes the
 # agent list (var/canned/agents: agent, names, source, in the order the server
@@ -91,9 +92,18 @@ for i in $(seq 1 200); do
 done
 [ "$ready" = 1 ] && print_offer
 
+# The web front door beside the server (same root, the JSON-header port).
+web_port=${GDSWEB_PORT:-8080}
+if [ "$ready" = 1 ] && [ -x "$client/gdsweb" ]; then
+  "$client/gdsweb" -p "$web_port" --data-port "$nxtgen" &
+  web_pid=$!
+  echo "Web front door: http://127.0.0.1:$web_port/  users admin, operator, readonly; password 'password' (development only)"
+fi
+
 set +e
 wait "$gds_pid"
 rc=$?
+[ -n "$web_pid" ] && kill -TERM "$web_pid" 2>/dev/null
 while kill -0 "$gds_pid" 2>/dev/null; do
   wait "$gds_pid"
   rc=$?

@@ -39,6 +39,11 @@ bool AdapterAgent::plainWord(const std::string& text)
     return !text.empty() && text[0] != '-' && system_check_user_input(text.c_str(), "general_rule");
 }
 
+std::string AdapterAgent::shown(const std::string& text)
+{
+    return text.substr(0, 255);
+}
+
 std::mutex AdapterAgent::m_mutex;
 std::shared_ptr<const AdapterAgent::CardMap> AdapterAgent::cardsById;
 std::shared_ptr<const AdapterAgent::CardMap> AdapterAgent::lastListing;
@@ -278,7 +283,8 @@ int AdapterAgent::getCardIndex(const std::string& text)
     errno = 0;
     char* end = nullptr;
     long value = strtol(text.c_str(), &end, 10);
-    if (end == text.c_str() || errno == ERANGE || value > INT_MAX || value < INT_MIN) {
+    // "2x" is no slot: text left over makes it 0, like any other non-number.
+    if (end == text.c_str() || *end != '\0' || errno == ERANGE || value > INT_MAX || value < INT_MIN) {
         return 0;
     }
     return static_cast<int>(value);

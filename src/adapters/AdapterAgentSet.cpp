@@ -1,11 +1,15 @@
 // AdapterAgent, set side: the rights check and the checks of every
 // configuration request, all made before anything runs.
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <syslog.h>
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +21,9 @@
 #include "PlatformRoot.h"
 #include "ProcessingException.h"
 #include "SecurityException.h"
+#include "bios_util.h"
 #include "card_config.h"
+#include "clean_spawn.h"
 #include "log_tlog.h"
 #include "power_control.h"
 #include "safeexec.h"
@@ -83,6 +89,13 @@ bool decimal(const std::string& text, int& value)
 
 }  // namespace
 
+int AdapterAgent::number(const std::string& text)
+{
+    // The token's own checked reading: "x" is refused with "Cannot parse int
+    // from "x"" before anything runs, never taken as 0.
+    return RequestToken(RequestToken::TEXT, text).getInt();
+}
+
 const char* const* AdapterAgent::setNames()
 {
     return kSetNames;
@@ -124,10 +137,7 @@ void AdapterAgent::validate(ValType type, const std::string& value)
         ok = ok && system_exec_command(&command, output, sizeof output) == 0;
     }
     if (!ok) {
-        // The refused text is not repeated when it would not be plain text.
-        throw ProcessingException(kMessages[type], system_check_user_input(value.c_str(), "general_rule")
-                                                       ? value.c_str()
-                                                       : "(invalid characters)");
+        throw ProcessingException(kMessages[type], shown(value).c_str());
     }
 }
 
@@ -195,8 +205,8 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
             SET_ERROR("expecting %s(slot,0|1,[,1|_0_(default:noforce)]) ", "adapterStandby");
         }
         m_cardIndex = slotOf(0);
-        int action = getCardIndex(args[1]);
-        bool force = count == 3 && getCardIndex(args[2]) != 0;
+        int action = number(args[1]);
+        bool force = count == 3 && number(args[2]) != 0;
         if ((action != 0 && action != 1) || m_cardIndex <= 0) {
             SET_ERROR("invalid cardId/action passed to adapterPowerControl%d/%d", m_cardIndex, action);
         }
@@ -221,7 +231,7 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
                                       count, name.c_str());
         }
         m_cardIndex = slotOf(0);
-        m_uplinkNumber = getCardIndex(args[1]);
+        m_uplinkNumber = number(args[1]);
         if (m_cardIndex < 1) {
             throw ProcessingException("%d is not a valid card.", m_cardIndex);
         }
@@ -235,8 +245,7 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
                 known = known || args[2] == s;
             }
             if (!known) {
-                throw ProcessingException("%s is not a valid uplink speed.",
-                                          plainWord(args[2]) ? args[2].c_str() : "(invalid characters)");
+                throw ProcessingException("%s is not a valid uplink speed.", shown(args[2]).c_str());
             }
             m_uplinkSpeed = args[2];
         } else {
@@ -257,10 +266,10 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
         if (del && (m_cardIndex < 1 || m_vnicName.empty() || m_vnicName == "eth0" || m_vnicName == "eth1" ||
                     m_vnicName == "fc0" || m_vnicName == "fc1")) {
             SET_ERROR("invalid card/vnic name/default vnic passed to deleteVnic %d/%s", m_cardIndex,
-                      plainWord(m_vnicName) || m_vnicName.empty() ? m_vnicName.c_str() : "(invalid characters)");
+                      shown(m_vnicName).c_str());
         }
         if (!del && (m_cardIndex < 1 || m_vnicName.empty())) {
-            SET_ERROR("invalid card/vnic name passed to deleteISCSIBoot %d/%s", m_cardIndex, m_vnicName.c_str());
+            SET_ERROR("invalid card/vnic name passed to deleteISCSIBoot %d/%s", m_cardIndex, shown(m_vnicName).c_str());
         }
         checkUserText(m_vnicName, name.c_str());
         if (!del) {
@@ -286,17 +295,17 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
         checkUserText(m_childIndex, name.c_str());
         if (create) {
             std::string wwpn = args[4];
-            std::string shown = wwpn;
-            if (!validate(wwpn, "boot-target-wwpn", wwpn, shown)) {
+            std::string output = wwpn;
+            if (!validate(wwpn, "boot-target-wwpn", wwpn, output)) {
                 throw ProcessingException("Validation failed for property %s: %s", "boot-target-wwpn",
-                                          plainWord(wwpn) ? shown.c_str() : "(invalid characters)");
+                                          AdapterAgent::shown(output).c_str());
             }
             m_bootTargetWwpn = wwpn;
-            m_bootTargetLun = getCardIndex(args[5]);
+            m_bootTargetLun = number(args[5]);
         }
         if (m_cardIndex < 1 || m_childClass != "BootTable") {
             SET_ERROR(" %s invalid card/childClass (%d/%s) passed", name.c_str(), m_cardIndex,
-                      plainWord(m_childClass) ? m_childClass.c_str() : "(invalid characters)");
+                      shown(m_childClass).c_str());
         }
         locateMPAddress(name.c_str(), m_cardIndex, m_cardMac, m_cardInterface);
         (create ? m_createFnicChild : m_deleteFnicChild) = true;
@@ -309,7 +318,7 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
         checkUserText(m_vnicName, name.c_str());
         if (m_cardIndex < 1) {
             SET_ERROR(" %s invalid card/fnic (%d/%s) passed", "clearPersistentBindings", m_cardIndex,
-                      m_vnicName.c_str());
+                      shown(m_vnicName).c_str());
         }
         locateMPAddress(name.c_str(), m_cardIndex, m_cardMac, m_cardInterface);
         m_clearPersistentBindings = true;
@@ -318,20 +327,20 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
         if (count != 1) {
             SET_ERROR("invalid argument counted for %s(slot)", name.c_str());
         }
-        const char* shown = plainWord(args[0]) ? args[0].c_str() : "(invalid characters)";
+        const std::string text = shown(args[0]);
         int slot = 0;
         if (!decimal(args[0], slot) || slot < 1) {
             if (factory) {
-                SET_ERROR(" %s invalid card (%s) passed ", "adapterFactoryReset", shown);
+                SET_ERROR(" %s invalid card (%s) passed ", "adapterFactoryReset", text.c_str());
             }
-            SET_ERROR("%s is not a valid slot.", shown);
+            SET_ERROR("%s is not a valid slot.", text.c_str());
         }
         m_cardIndex = slot;
         if (factory) {
             try {
                 locateMPAddress(name.c_str(), m_cardIndex, m_cardMac, m_cardInterface);
             } catch (const ProcessingException&) {
-                SET_ERROR(" %s invalid card (%s) passed ", "adapterFactoryReset", shown);
+                SET_ERROR(" %s invalid card (%s) passed ", "adapterFactoryReset", text.c_str());
             }
             m_adapterFactoryReset = true;
         } else {
@@ -343,7 +352,7 @@ void AdapterAgent::checkSetName(std::string& name, TokenMap& arguments)
         if (count < 1 || args[0].empty()) {  // "adapterActivate()" carries one empty argument
             SET_ERROR("invalid argument counted for %s(fw_id, 1, 2,... slotN)", "adapterActivate");
         }
-        m_firmwareId = getCardIndex(args[0]);
+        m_firmwareId = number(args[0]);
         slotList("adapterActivate", args, 1);
         m_adapterActivate = true;
     } else if (name == "adapterCancelUpdate") {
@@ -374,8 +383,7 @@ void AdapterAgent::adapterIndex(TokenMap& arguments)
     std::vector<std::string> slot = textsOf(arguments, "adapterIndex");
     int index = 0;
     if (slot.empty() || !decimal(slot[0], index)) {
-        throw ProcessingException("invalid adapter index specified in %s ",
-                                  slot.empty() || !plainWord(slot[0]) ? "" : slot[0].c_str());
+        throw ProcessingException("invalid adapter index specified in %s ", slot.empty() ? "" : shown(slot[0]).c_str());
     }
     m_cardIndex = index;
     locateMPAddress("adapterIndex", m_cardIndex, m_cardMac, m_cardInterface);
@@ -394,17 +402,17 @@ void AdapterAgent::adapterIndex(TokenMap& arguments)
             continue;
         }
         const std::string& value = v[0];
-        const char* shown = plainWord(value) ? value.c_str() : "(invalid characters)";
+        const std::string text = shown(value);
         if (t.field == &m_fipMode) {
             if (!startsWithNoCase(value, "enable") && !startsWithNoCase(value, "disable")) {
-                SET_ERROR("valid values for %s are enable | disable) %s ", t.name, shown);
+                SET_ERROR("valid values for %s are enable | disable) %s ", t.name, text.c_str());
             }
         } else {
             bool enable = strcasecmp(value.c_str(), "enabled") == 0;
             bool disable = strcasecmp(value.c_str(), "disabled") == 0;
             log_tlog(1, "AdapterAgentSet.cpp %d: Validation  enable=%d , disable=%d\n", __LINE__, enable, disable);
             if (!enable && !disable) {
-                SET_ERROR("valid values for %s are enabled | disabled) %s ", t.name, shown);
+                SET_ERROR("valid values for %s are enabled | disabled) %s ", t.name, text.c_str());
             }
         }
         // Written to the tool's standard input: one plain word only.
@@ -439,14 +447,14 @@ void AdapterAgent::vnicProperties(TokenMap& arguments)
         std::string name = property;
         std::string value = tokens.empty() ? "" : tokens[0].toString();
         if (!plainWord(name)) {
-            throw ProcessingException("Invalid property name %s ", "(invalid characters)");
+            throw ProcessingException("Invalid property name %s ", shown(name).c_str());
         }
         if (!value.empty() && !plainWord(value)) {
-            throw ProcessingException("Invalid property value %s ", name.c_str());
+            throw ProcessingException("Invalid property value %s ", shown(value).c_str());
         }
-        std::string shown = value;
-        if (!validate(value, name, value, shown)) {
-            throw ProcessingException("Validation failed for property %s: %s", name.c_str(), shown.c_str());
+        std::string output = value;
+        if (!validate(value, name, value, output)) {
+            throw ProcessingException("Validation failed for property %s: %s", name.c_str(), shown(output).c_str());
         }
     }
 }
@@ -458,8 +466,7 @@ void AdapterAgent::vnicIndex(const std::string& name, TokenMap& arguments)
     for (const std::string& value : values) {
         size_t slash = value.find('/');
         if (slash == std::string::npos) {
-            SET_ERROR("vnicIndex in invalid format expecting slot/vnic_name got %s",
-                      plainWord(value) ? value.c_str() : "(invalid characters)");
+            SET_ERROR("vnicIndex in invalid format expecting slot/vnic_name got %s", shown(value).c_str());
         }
         m_cardIndex = getCardIndex(value.substr(0, slash));
         m_vnicName = value.substr(slash + 1);
@@ -492,8 +499,7 @@ void AdapterAgent::vnicIndex(const std::string& name, TokenMap& arguments)
         int n = 0;
         if (count.empty() || !decimal(count[0], n)) {
             SET_ERROR("Cannot configure USNIC interfaces for vNIC %s. Invalid USNIC interfaces count (%s) ",
-                      m_vnicName.c_str(),
-                      !count.empty() && plainWord(count[0]) ? count[0].c_str() : "(invalid characters)");
+                      m_vnicName.c_str(), count.empty() ? "" : shown(count[0]).c_str());
         }
         m_usnicConfigure = true;
         m_usnicCount = n;
@@ -527,7 +533,7 @@ void AdapterAgent::bootTableIndex(TokenMap& arguments)
     int slot = fields.empty() ? 0 : getCardIndex(fields[0]);
     if (fields.size() > 3 || slot < 0) {
         SET_ERROR("%s in invalid format expecting slot/vnic_name/child_index got %s", "fnicBTIndex",
-                  plainWord(value) ? value.c_str() : "(invalid characters)");
+                  shown(value).c_str());
     }
     m_cardIndex = slot;
     m_vnicName = fields.size() > 1 ? fields[1] : "";
@@ -573,7 +579,7 @@ void AdapterAgent::configRequest(std::vector<std::string>& args)
             SET_ERROR("Invalid Parameters");
         }
     }
-    int operation = getCardIndex(args[1]);
+    int operation = number(args[1]);
     if (operation != 0 && operation != 1) {
         SET_ERROR(
             "invalid parameters passed to adapterConfig(slot, import=0|export=1,[remoteProtocol,remoteIP,"
@@ -622,7 +628,7 @@ void AdapterAgent::updateRequest(std::vector<std::string>& args)
         m_remoteProtocol = args[0];
         m_remoteAddress = args[1];
         m_remotePath = args[2];
-        m_updateOption = args.size() > 3 && getCardIndex(args[3]) != 0;
+        m_updateOption = args.size() > 3 && number(args[3]) != 0;
         firstSlot = 4;
     } else {
         if (args.size() < 6) {
@@ -652,7 +658,7 @@ void AdapterAgent::updateRequest(std::vector<std::string>& args)
         m_remotePath = args[2];
         m_remoteUser = user;
         m_remotePassword = password;
-        m_updateOption = getCardIndex(args[5]) != 0;
+        m_updateOption = number(args[5]) != 0;
         firstSlot = 6;
     }
     slotList("adapterUpdate", args, firstSlot);
@@ -738,6 +744,7 @@ void audit(const char* line)
     openlog("AUDIT", LOG_PID, LOG_AUTHPRIV);
     syslog(LOG_NOTICE, "%s", line);
     closelog();
+    syslog_mirror("AUDIT", line);  // below a platform root, as the BIOS lines
 }
 
 }  // namespace
@@ -787,24 +794,25 @@ void AdapterAgent::resetAdapter(int slot)
     if (c == nullptr) {
         throw ProcessingException("Failed adapter reset. Card in slot %d not found.", slot);
     }
-    if (!resettableType(get_card_type(c))) {
+    int type = -1;
+    if (get_card_type(c, &type) != 0 || !resettableType(type)) {
         throw "This card type does not support the reset command.";
     }
     bool active = is_card_active(c) != 0;
     char serial[CARD_SERIAL_SIZE] = "";
-    if ((rc = get_card_serialnum(c, serial, sizeof serial)) != 0) {
+    if ((rc = get_card_serialnum(c, serial)) != 0) {
         throw ProcessingException("Cannot get serial number for card in slot %d. Error %d", slot, rc);
     }
-    if (active && (rc = set_card_as_inactive(c)) != 0) {
+    if (active && (rc = set_card_as_inactive(cfg, serial, 0)) != 0) {
         throw ProcessingException("Reset adapter in slot %d failed. Error deactivating %d", slot, rc);
     }
     if (hostOn) {
         m_dataHandler->log("%s: powerState = %i\n", "resetAdapter", 0);
-        rc = SetPowerState(POWER_STATE_OFF);
+        rc = SetPowerState(1, POWER_STATE_OFF);
         audit("Server power state modify (op:power-off)");
         if (rc != 0) {
             if (active) {
-                set_card_as_active(c);
+                set_card_as_active(cfg, serial, 0);
                 m_log.logError("Power off host failed during adapter reset. Reactivating card %s, slot %d, ret %d",
                                serial, slot, rc);
             }
@@ -820,10 +828,10 @@ void AdapterAgent::resetAdapter(int slot)
     if (hostOn) {
         pause(5);
         m_dataHandler->log("%s: powerState = %i\n", "resetAdapter", 1);
-        rc = SetPowerState(POWER_STATE_ON);
+        rc = SetPowerState(1, POWER_STATE_ON);
         audit("Server power state modify (op:power-on)");
         if (rc != 0) {
-            set_card_as_active(c);
+            set_card_as_active(cfg, serial, 0);
             m_log.logError("Power on host failed during adapter reset. Reactivating card %s, slot %d, ret %d", serial,
                            slot, rc);
             throw "Power on host failed.";
@@ -833,7 +841,7 @@ void AdapterAgent::resetAdapter(int slot)
         if (hostOn) {
             pause(5);
         }
-        if ((rc = set_card_as_active(c)) != 0) {
+        if ((rc = set_card_as_active(cfg, serial, 0)) != 0) {
             throw ProcessingException("Adapter reset failed to reactivate card %s in slot %d. Error %d", serial, slot,
                                       rc);
         }
@@ -851,13 +859,48 @@ int AdapterAgent::triggerHalvricNetChange()
     return aim().callFunction("HalvricNETSetConfigImmediate", sizeof record, record, 0, nullptr, nullptr);
 }
 
-void AdapterAgent::notYetAvailable()
+int AdapterAgent::writeToTool(const char* const argv[], const std::string& line)
 {
-    // The checks of every operation are complete; these actions are not part
-    // of this build yet. A checked request is refused rather than answered
-    // "ok" without a change.
-    m_status = 2;
-    throw ProcessingException("Adapter configuration changes are not available on this controller yet");
+    int out[2];
+    if (pipe2(out, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    int in = -1;
+    pid_t pid = spawn_clean_writer(argv[0], const_cast<char* const*>(argv), out[1], &in);
+    close(out[1]);
+    if (pid < 0) {
+        close(out[0]);
+        return -1;
+    }
+    // One short line fits the pipe: the write never waits for the tool. A
+    // tool that ended without reading makes it fail with EPIPE; the signal
+    // is held for this thread (the server ignores it, a test program may not).
+    sigset_t pipeSignal, previous;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &previous);
+    bool written = write(in, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    if (!written && errno == EPIPE) {
+        const timespec none = {0, 0};
+        sigtimedwait(&pipeSignal, nullptr, &none);
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    close(in);
+    std::string output;
+    char piece[256];
+    for (ssize_t n; (n = read(out[0], piece, sizeof piece)) != 0;) {
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n < 0) {
+            break;
+        }
+        output.append(piece, static_cast<size_t>(n));
+    }
+    close(out[0]);
+    int status = child_exit_status(wait_child(pid));
+    m_log.logTrace("AdapterAgent: %s answered %d: %s\n", argv[0], status, output.c_str());
+    return written ? status : -1;
 }
 
 void AdapterAgent::adapterParameters()
@@ -866,40 +909,40 @@ void AdapterAgent::adapterParameters()
         const char* name;
         const std::string* value;
         const char* failure;
+        bool error;  // the failure is an error line, else an information line
     };
     const Parameter parameters[] = {
-        {"fip-mode", &m_fipMode, " set fip-mode command (%s) failed with status %d (%s)\n"},
-        {"vntag-mode", &m_vntagMode, " set niv-mode command (%s) failed with status %d (%s)\n"},
-        {"lldp", &m_lldp, " set lldp command (%s) failed with status %d (%s)\n"},
-        {"portchannel", &m_portChannel, " set portchannel command (%s) failed with status %d (%s)\n"},
-        {"passthrough", &m_passthrough, " set passthrough command (%s) failed with status %d (%s)\n"},
+        {"fip-mode", &m_fipMode, " set fip-mode command (%s) failed with status %d (%s)\n", true},
+        {"vntag-mode", &m_vntagMode, " set niv-mode command (%s) failed with status %d (%s)\n", true},
+        {"lldp", &m_lldp, " set lldp command (%s) failed with status %d (%s)\n", true},
+        {"portchannel", &m_portChannel, " set portchannel command (%s) failed with status %d (%s)\n", false},
+        {"passthrough", &m_passthrough, " set passthrough command (%s) failed with status %d (%s)\n", false},
     };
     char command[1024];
     for (const Parameter& p : parameters) {
         if (p.value->empty()) {
             continue;
         }
-        // The tool reads "name value" lines on its standard input; the line
-        // goes through a private file (the value was checked to be one plain
-        // word, so it adds no line).
-        std::string file = PlatformRoot::path("/tmp/mpt_adapterparam." + std::to_string(getpid()) + "." +
-                                              std::to_string(reinterpret_cast<uintptr_t>(this)));
-        FILE* f = fopen(file.c_str(), "w");
-        bool written = f != nullptr && fprintf(f, "%s %s \n", p.name, p.value->c_str()) > 0;
-        if (f != nullptr) {
-            written = fclose(f) == 0 && written;
-        }
+        // The tool reads "name value" lines on its standard input: the line
+        // is written to it through a pipe, no file and no shell (the value
+        // was checked to be one plain word, so it adds no line).
+        const std::string tool = PlatformRoot::path(mptoolPath());
+        format(command, sizeof command, "%s -i %s %s vorn_setadapter_param", tool.c_str(), m_cardInterface.c_str(),
+               m_cardMac.c_str());
+        log_tlog(1, "AdapterAgentSet.cpp %d: cmd(%s)\n", __LINE__, command);
+        const char* argv[] = {tool.c_str(), "-i", m_cardInterface.c_str(), m_cardMac.c_str(), "vorn_setadapter_param",
+                              nullptr};
+        std::string line = std::string(p.name) + " " + *p.value + " \n";
         int status = -1;
-        if (written && format(command, sizeof command, "%s -i %s %s vorn_setadapter_param < %s",
-                              PlatformRoot::path(mptoolPath()).c_str(), m_cardInterface.c_str(), m_cardMac.c_str(),
-                              file.c_str())) {
-            log_tlog(1, "AdapterAgentSet.cpp %d: cmd(%s)\n", __LINE__, command);
-            std::string output;
-            status = invokeBackend(command, output, "AdapterAgent");
+        if (system_check_user_input(p.value->c_str(), "general_rule")) {
+            status = writeToTool(argv, line);
         }
-        unlink(file.c_str());
         if (status != 0) {
-            m_log.logError(p.failure, command, status, p.value->c_str());
+            if (p.error) {
+                m_log.logError(p.failure, command, status, p.value->c_str());
+            } else {
+                m_log.logInfo(p.failure, command, status, p.value->c_str());
+            }
             m_status = 2;
         }
         if (p.value == &m_portChannel) {

@@ -55,7 +55,12 @@ void AdapterAgent::prepareTransfer()
         return;
     }
     std::string file = fingerprintFile(m_remoteAddress);
-    FILE* f = file.empty() ? nullptr : fopen(file.c_str(), "r");
+    // Written by another process under a name made of the address: a
+    // symbolic link there is not followed.
+    FILE* f = file.empty() ? nullptr : PlatformRoot::openNoFollow(file, "r");
+    if (f == nullptr && errno == ELOOP) {
+        m_log.logWarning("AdapterAgent: %s is a symbolic link, not followed\n", file.c_str());
+    }
     char line[256] = "";
     bool read = f != nullptr && fgets(line, sizeof line, f) != nullptr;
     if (f != nullptr) {
@@ -407,15 +412,16 @@ void AdapterAgent::bypassResetSequence(int slot)
         m_log.logError("failed deassert bypass reset. card idx %d not retrieved\n", slot);
         throw slot;
     }
-    if (!resettableType(get_card_type(c)) || !is_card_active(c)) {
+    int type = -1;
+    if (get_card_type(c, &type) != 0 || !resettableType(type) || !is_card_active(c)) {
         return;
     }
     char serial[CARD_SERIAL_SIZE] = "";
-    if ((rc = get_card_serialnum(c, serial, sizeof serial)) != 0) {
+    if ((rc = get_card_serialnum(c, serial)) != 0) {
         m_log.logError("cannot get serial_num for card %d ret %d", slot, rc);
         throw slot;
     }
-    if ((rc = bypass_reset_sequence(c)) != 0) {
+    if ((rc = bypass_reset_sequence(cfg, serial)) != 0) {
         m_log.logError("bypass reset deassert sequence failed for card %d ret %d", slot, rc);
         throw slot;
     }

@@ -8,9 +8,11 @@
 // boot-table change check every line they write once more, because they
 // write whatever map they are given.
 #include <fcntl.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstring>
 
 #include "AdapterAgent.h"
@@ -42,9 +44,18 @@ std::string AdapterAgent::vnicPropertyFile()
     // The controller names the file after the process id alone. Every
     // connection thread of this one process has that id, so two requests at
     // once would write into each other's file; a process-wide counter makes
-    // the name unique per call.
+    // the name unique per call, and a random part makes it unpredictable, so
+    // no other process can plant a file under it first (the file is created
+    // with O_EXCL anyway).
     static std::atomic<unsigned> calls{0};
-    return PlatformRoot::path("/tmp/mpt_vifprops." + std::to_string(getpid()) + "." + std::to_string(++calls));
+    unsigned long long nonce = 0;
+    if (getrandom(&nonce, sizeof nonce, 0) != static_cast<ssize_t>(sizeof nonce)) {
+        nonce = static_cast<unsigned long long>(PlatformRoot::monotonicMs()) * 2654435761u;
+    }
+    char suffix[20];
+    snprintf(suffix, sizeof suffix, "%016llx", nonce);
+    return PlatformRoot::path("/tmp/mpt_vifprops." + std::to_string(getpid()) + "." + std::to_string(++calls) + "." +
+                              suffix);
 }
 
 namespace {
@@ -314,7 +325,7 @@ void AdapterAgent::bootTableChange(TokenMap& arguments)
             if (!generalRule(name) || !generalRule(value)) {
                 m_status = 2;
                 throw ProcessingException("Invalid property value %s ",
-                                          generalRule(name) ? name.c_str() : "(invalid characters)");
+                                          shown(generalRule(name) ? value : name).c_str());
             }
             lines += name + " " + value + " \n";
         }

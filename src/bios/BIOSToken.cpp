@@ -154,9 +154,11 @@ int BIOSToken::initialize()
     checkForDravonAndPointSchema();
     initializeMapsFromSchema();
     if (createAndInitializeBIOSTokenRWLock()) {
-        return -1;
+        return m_lockIsLink ? kPlantedLink : -1;
     }
-    createBIOSTokenPropertyFiles();
+    if (createBIOSTokenPropertyFiles() == kPlantedLink) {
+        return kPlantedLink;
+    }
     return 0;
 }
 
@@ -234,7 +236,12 @@ bool BIOSToken::createAndInitializeBIOSTokenRWLock()
     m_lock.l_len = 0;
     m_lock.l_pid = getpid();
     const std::string path = PlatformRoot::path(kLockFile);
-    m_lockFd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_SYNC | O_CLOEXEC, 0644);
+    // A fixed name in the shared /tmp: a planted symbolic link is refused.
+    m_lockFd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_SYNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    m_lockIsLink = m_lockFd < 0 && errno == ELOOP;
+    if (m_lockIsLink) {
+        bios_syslog("lock file %s is a symbolic link, not followed\n", path.c_str());
+    }
     if (m_lockFd < 0) {
         return true;
     }
@@ -291,10 +298,19 @@ int BIOSToken::createBIOSTokenPropertyFiles()
         int error = errno;
         bios_syslog("Creating dir %s failed\n", dir.c_str());
         struct stat st;
-        if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        // Something already there (a planted link, also a dangling one, or a
+        // file) is judged below; only a name that is not there at all means
+        // the folder cannot be made.
+        if (lstat(dir.c_str(), &st) != 0) {
             bios_syslog("mkdir %s : FAILED: errno = %d\n", dir.c_str(), error);
             return error;
         }
+    }
+    // The folder sits in the shared /tmp: one another user made first, or a
+    // symbolic link planted under its name, is not written into.
+    if (!PlatformRoot::ownFolder(dir)) {
+        bios_syslog("%s is a symbolic link or not this user's folder, not used\n", dir.c_str());
+        return kPlantedLink;
     }
     for (const GroupFiles& group : kGroups) {
         bios_run_command("cp -r %s %s", PlatformRoot::path(group.classDir).c_str(), dir.c_str());
@@ -315,8 +331,8 @@ void BIOSToken::writePropertyAndValidValuesFiles(const char* propertyPath, const
     if (propertyPath == nullptr || validValuesPath == nullptr) {
         return;
     }
-    FILE* property = fopen(PlatformRoot::path(propertyPath).c_str(), "w");
-    FILE* validValues = fopen(PlatformRoot::path(validValuesPath).c_str(), "w");
+    FILE* property = PlatformRoot::openNoFollow(PlatformRoot::path(propertyPath), "w");
+    FILE* validValues = PlatformRoot::openNoFollow(PlatformRoot::path(validValuesPath), "w");
     if (property != nullptr) {
         fputs(propertyLayoutLine().c_str(), property);
         fprintf(property, "\n00  %c  %-32s  %-32s ", 'K', "setupParams", "Set-up parameters");
@@ -436,7 +452,7 @@ bool BIOSToken::createBmcToBiosXmlData()
         unlockBIOSTokenPSLock();
     }
     appendIfFits(m_writeData, kDocumentSize, kDocumentEnd);
-    FILE* f = fopen(PlatformRoot::path(kSentDocument).c_str(), "w");
+    FILE* f = PlatformRoot::openNoFollow(PlatformRoot::path(kSentDocument), "w");
     if (f != nullptr) {
         fputs(m_writeData, f);
         fclose(f);
@@ -473,7 +489,7 @@ void BIOSToken::createOnlyTokensFile()
 {
     // Lines accumulate across starts of the process. Without this file (or
     // without the list buffer) the other file is still written.
-    FILE* values = fopen(PlatformRoot::path(kTokensAndValues).c_str(), "a");
+    FILE* values = PlatformRoot::openNoFollow(PlatformRoot::path(kTokensAndValues), "a");
     char* list = static_cast<char*>(calloc(kDocumentSize, 1));
     for (BIOSTokenType type : {BIOS_TOKEN_MAIN, BIOS_TOKEN_ADVANCED, BIOS_TOKEN_SERVER_MANAGEMENT}) {
         for (const auto& token : getTokenMap(type)) {
@@ -499,7 +515,7 @@ void BIOSToken::createOnlyTokensFile()
             appendIfFits(list, kDocumentSize, "#");
         }
     }
-    FILE* all = fopen(PlatformRoot::path(kAllTokens).c_str(), "w");
+    FILE* all = PlatformRoot::openNoFollow(PlatformRoot::path(kAllTokens), "w");
     if (all != nullptr) {
         if (list != nullptr) {
             fputs(list, all);

@@ -120,7 +120,14 @@ void* biosTokenGatherer(void* arg)
 {
     (void)arg;
     int status = biosTokenGathererRun(-1);
-    // Only a failed initialisation comes back.
+    // Only a failed initialisation comes back. A symbolic link planted under
+    // the lock file's or the token folder's name in the shared /tmp stops
+    // only the BIOS token work: another local user cannot end the server
+    // that way. Any other failure ends the process.
+    if (status == BIOSToken::kPlantedLink) {
+        bios_syslog("BIOSTokenGatherer - stopped: a symbolic link was planted in /tmp\n");
+        return nullptr;
+    }
     exit(status);
     return nullptr;
 }

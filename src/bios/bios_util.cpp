@@ -20,11 +20,12 @@
 namespace {
 std::atomic<bios_syslog_hook_t> g_hook{nullptr};
 std::mutex g_mirrorMutex;
+}  // namespace
 
 // Below a platform root other than "/" (a development machine, the tests)
 // there may be no syslog daemon: every line is also appended to
 // <root>/var/log/syslog, one escaped line per message.
-void mirrorSyslog(const char* message)
+void syslog_mirror(const char* identity, const char* message)
 {
     const std::string root = PlatformRoot::root();
     if (root.empty() || root == "/") {
@@ -39,10 +40,9 @@ void mirrorSyslog(const char* message)
     if (f == nullptr) {
         return;
     }
-    fprintf(f, "gds: %s", text.c_str());
+    fprintf(f, "%s: %s", identity, text.c_str());
     fclose(f);
 }
-}  // namespace
 
 void bios_syslog_set_hook(bios_syslog_hook_t hook)
 {
@@ -57,7 +57,7 @@ void bios_syslog(const char* format, ...)
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
     syslog(LOG_INFO, "%s", message);
-    mirrorSyslog(message);
+    syslog_mirror("gds", message);
     bios_syslog_hook_t hook = g_hook.load();
     if (hook != nullptr) {
         hook(message);

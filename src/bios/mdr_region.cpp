@@ -123,7 +123,7 @@ int readMDRRegionForBiosTokens(void)
         return 0;
     }
     const std::string document = PlatformRoot::path(kBiosDocument);
-    FILE* file = fopen(document.c_str(), "w");
+    FILE* file = PlatformRoot::openNoFollow(document, "w");  // a planted link is not followed
     if (file == nullptr) {
         // The document cannot be written: report no fetch and leave the quote
         // rewrite out, so no command works on a file that was not produced.

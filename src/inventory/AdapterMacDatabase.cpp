@@ -308,7 +308,12 @@ void AdapterMacDatabase::getAdapterMacInfo()
     auto slotName = [&](int k) { return cutField(slotMap + kSlotEntrySize * k + 8, 64); };
     auto macSlot = [&](int i) { return static_cast<unsigned short>(u16(macList + kMacEntrySize * i + 2)); };
 
-    FILE* list = fopen(PlatformRoot::path(kSlotListPath).c_str(), "w");
+    // A fixed name in the shared /tmp: a symbolic link planted there is
+    // refused, never followed.
+    FILE* list = PlatformRoot::openNoFollow(PlatformRoot::path(kSlotListPath), "w");
+    if (list == nullptr && errno == ELOOP) {
+        m_log.logWarning("AdapterMacDatabase: %s is a symbolic link, not followed\n", kSlotListPath);
+    }
     if (list == nullptr) {
         m_log.logInfo("\n Not able to create temp slot file, will not display network adapter");
         s_updateFound = true;  // keeps the previous table; try again next time

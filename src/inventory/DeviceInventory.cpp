@@ -512,11 +512,11 @@ void DeviceInventory::getTPMFRU(GUIDataSocket& socket, std::string& model)
 
 void DeviceInventory::writeTpm(GUIDataSocket& socket)
 {
-    unsigned char tpm[SMBIOS_TPM_SIZE] = {};
-    int length = 0;
-    if (GetTPMInfo(&length, sizeof tpm, nullptr, tpm) != 0) {
+    smbios_tpm_info_t info = {};
+    if (GetTPMInfo(&info) != 0) {
         return;
     }
+    const unsigned char* tpm = info.bytes;
     socket.writeString("<tpm>");
     if (!tpm[SMBIOS_TPM_PRESENT]) {
         static const char* const kAbsent[][2] = {

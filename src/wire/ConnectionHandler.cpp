@@ -268,6 +268,16 @@ char* ConnectionHandler::nextRequest()
     return request;
 }
 
+void ConnectionHandler::refuseFrame()
+{
+    // Bytes already read ahead behind the refused header belong to a frame
+    // the server refused to read: they are dropped, never parsed. The next
+    // length read then fails on the closed socket and the loop ends.
+    m_inputStart = 0;
+    m_inputEnd = 0;
+    closeSocket();
+}
+
 void ConnectionHandler::socketReadFailed(const char* what)
 {
     int err = errno;
@@ -279,7 +289,7 @@ void ConnectionHandler::socketReadFailed(const char* what)
     // A client that closes between requests is no error worth an errno text.
     const char* reason = m_cleanClose ? "connection closed by peer" : strerror(err);
     m_log.logTrace("ConnectionHandler::socketReadFailed: ERROR: %s (%s).\n", what, reason);
-    closeSocket();
+    refuseFrame();  // also drops what was read ahead: nothing after it is parsed
     stopRequested = true;
 }
 
@@ -374,7 +384,7 @@ char* ConnectionHandler::inReqLegacySrvPort()
     if (length > bufferSize || length < 4) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
                        length);
-        closeSocket();
+        refuseFrame();
         return nullptr;
     }
     privileges = 0;
@@ -415,13 +425,13 @@ char* ConnectionHandler::inReqNxtGenSrvPort()
     if (length > bufferSize) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: Invalid message length of: %i, closing socket.\n",
                        length);
-        closeSocket();
+        refuseFrame();
         return nullptr;
     }
     char* json = static_cast<char*>(calloc(static_cast<size_t>(length) + 1, 1));
     if (json == nullptr) {
         m_log.logError("ConnectionHandler::nextRequest: ERROR: calloc failed.\n");
-        closeSocket();
+        refuseFrame();
         return nullptr;
     }
     if (readFrameBytes(reinterpret_cast<unsigned char*>(json), length) != 0) {
@@ -678,11 +688,20 @@ void ConnectionHandler::writeErrorReply(const char* format, const char* message)
         return;
     }
     // The reply must stay well-formed whatever an agent put in its message
-    // (often an echo of the request): "&", "<" and ">" are escaped, and a
-    // message too long for the 1023-byte buffer is cut before the closing
-    // tag, never inside an escape, so the element always ends.
+    // (often an echo of the request): "&", "<" and ">" are escaped, control
+    // characters other than tab and line end (not allowed in XML) are
+    // written as \xNN, and a message too long for the 1023-byte buffer is
+    // cut before the closing tag, never inside an escape, so the element
+    // always ends.
     std::string text;
     for (const char* p = message; *p != '\0'; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if ((c < 0x20 && c != '\t' && c != '\n') || c == 0x7f) {
+            char hex[5];
+            snprintf(hex, sizeof hex, "\\x%02x", c);
+            text += hex;
+            continue;
+        }
         switch (*p) {
             case '&':
                 text += "&amp;";

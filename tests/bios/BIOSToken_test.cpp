@@ -1,6 +1,8 @@
 // The BIOS token store: schema selection, the published files, the document for the BIOS.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <string>
 #include <tuple>
@@ -132,6 +134,23 @@ TEST_F(BIOSTokenTest, ExistingFolderOrMissingTmp)
     EXPECT_EQ(ENOENT, store->createBIOSTokenPropertyFiles());
     EXPECT_EQ(-1, store->initialize());
     EXPECT_TRUE(store->getBIOSTokenPSLockForReading());  // no lock file: every lock request fails
+}
+
+// A symbolic link planted under the lock file's or the folder's name in /tmp
+// is refused: nothing is written through it.
+TEST_F(BIOSTokenTest, PlantedLinksAreRefused)
+{
+    const std::string target = root.writeFile("/etc/target/kept", "kept\n");
+    for (const char* name : {"/tmp/biosTokenLock", "/tmp/BiosTokens"}) {
+        rmdir(root.path("/tmp/BiosTokens").c_str());
+        unlink(root.path("/tmp/BiosTokens").c_str());
+        unlink(root.path("/tmp/biosTokenLock").c_str());
+        const std::string link = std::string(name) == "/tmp/BiosTokens" ? root.path("/etc/target") : target;
+        ASSERT_EQ(0, symlink(link.c_str(), root.path(name).c_str())) << name;
+        EXPECT_EQ(BIOSToken::kPlantedLink, store->initialize()) << name;
+        EXPECT_EQ("kept\n", root.readFile("/etc/target/kept")) << name;
+        EXPECT_FALSE(root.exists("/etc/target/main")) << name;
+    }
 }
 
 }  // namespace

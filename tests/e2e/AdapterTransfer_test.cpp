@@ -89,9 +89,8 @@ TEST_F(AdapterTransfer, ExportImportRoundTrips)
     EXPECT_NE(std::string::npos, ask("get=enic[1 eth5]").find("<name>eth5</name>"));
     EXPECT_NE(std::string::npos, ask("get=allKORIEStatus").find(">Import Completed"));
     expectNothingLeft("round trips");
-    // (The safe-execution stand-in's record of argument vectors is a test
-    // aid holding every argument, not a log.)
-    for (const char* log : {"/var/log/tlog", "/var/log/syslog", "/var/remote/curl.log", "/var/cards/commands.log"}) {
+    for (const char* log : {"/var/log/tlog", "/var/log/syslog", "/var/remote/curl.log", "/var/cards/commands.log",
+                            "/var/safeexec/commands"}) {
         EXPECT_EQ(std::string::npos, root.readFile(log).find(kPassword)) << log;
     }
     EXPECT_EQ(std::string::npos, gds.output().find(kPassword));

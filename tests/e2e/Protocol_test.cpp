@@ -10,6 +10,7 @@
 #include "GDSClient.h"
 #include "GdsProcess.h"
 #include "RawWire.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 
 namespace {
@@ -74,6 +75,12 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
         {"json invalid", true, json("{\"Magic"), false},
         {"json bad magic", true, json("{\"Magic\":\"BEEX\",\"Command\":\"a\"}"), false},
         {"json truncated then close", true, be32(50) + "{\"Magic\":\"BEEF\"", true},
+        // What follows a refused length in the same write is never parsed.
+        {"length 8097 then a frame", false, be32(8097) + legacyFrame("set=testEcho:afterRefusal"), false},
+        {"length 2 then a frame", false, be32(2) + legacyFrame("set=testEcho:afterRefusal"), false},
+        {"length 8098 then blanks", false, be32(8098) + std::string(1020, ' '), false},
+        {"json length 9000 then a frame", true,
+         be32(9000) + json("{\"Magic\":\"BEEF\",\"Privilege\":127,\"Command\":\"set=testEcho:afterRefusal\"}"), false},
     };
     for (const auto& [what, nxtGen, bytes, halfClose] : cases) {
         GDSClient client(options(nxtGen));
@@ -93,6 +100,10 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
         expectServing();
     }
     EXPECT_TRUE(gds.isRunning());
+    EXPECT_EQ(std::string::npos, root.readFile("/tmp/testhandler.calls").find("afterRefusal"));
+    // One line per refused length (six rows): the blanks behind one are not
+    // read as further lengths.
+    EXPECT_EQ(6u, occurrences(gds.output(), "Invalid message length of: ")) << gds.output();
 }
 
 TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)

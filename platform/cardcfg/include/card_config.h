@@ -42,17 +42,19 @@ int card_config_lib_init(void);
 int get_card_config(config** cfg);
 /* The card in `slot` within `cfg`, or null. */
 card* get_card_by_pci_slot_id(config* cfg, unsigned char slot);
-int get_card_type(const card* c);
-int is_card_active(const card* c);
-int are_card_actions_enabled(const card* c);
-int check_overtemp_condition(const card* c);
-/* Copies the serial number into `serial` (at most `size` - 1 characters,
- * terminated); 0 on success. */
-int get_card_serialnum(const card* c, char* serial, int size);
-/* Write calls, 0 on success; each also updates `c`. */
-int set_card_as_active(card* c);
-int set_card_as_inactive(card* c);
-int bypass_reset_sequence(card* c);
+/* Stores the card's type code in *type; 0 on success. */
+int get_card_type(card* c, int* type);
+int is_card_active(card* c);
+int are_card_actions_enabled(card* c);
+int check_overtemp_condition(card* c);
+/* Copies the serial number into `serial`, which holds CARD_SERIAL_SIZE
+ * characters (terminated); 0 on success. */
+int get_card_serialnum(card* c, char* serial);
+/* Write calls, 0 on success. The card is named by its serial number within
+ * `cfg` (whose copy is updated too); `flags` is 0. */
+int set_card_as_active(config* cfg, char* serial, int flags);
+int set_card_as_inactive(config* cfg, char* serial, int flags);
+int bypass_reset_sequence(config* cfg, char* serial);
 int set_card_description(card* c, const char* description);
 void free_config(config* cfg);
 

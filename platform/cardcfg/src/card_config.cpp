@@ -151,6 +151,20 @@ int setValue(int slot, const char* key, const std::string& value)
     return 0;
 }
 
+// The card of `cfg` with serial number `serial`, or null.
+card* bySerial(config* cfg, const char* serial)
+{
+    if (cfg == nullptr || serial == nullptr || serial[0] == '\0') {
+        return nullptr;
+    }
+    for (int i = 0; i < cfg->count; ++i) {
+        if (strncmp(cfg->cards[i].serial, serial, CARD_SERIAL_SIZE) == 0) {
+            return &cfg->cards[i];
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -207,41 +221,46 @@ card* get_card_by_pci_slot_id(config* cfg, unsigned char slot)
     return nullptr;
 }
 
-int get_card_type(const card* c)
+int get_card_type(card* c, int* type)
 {
-    return c != nullptr ? c->type : -1;
+    if (c == nullptr || type == nullptr) {
+        return -1;
+    }
+    *type = c->type;
+    return 0;
 }
 
-int is_card_active(const card* c)
+int is_card_active(card* c)
 {
     return c != nullptr && c->active;
 }
 
-int are_card_actions_enabled(const card* c)
+int are_card_actions_enabled(card* c)
 {
     return c != nullptr && c->actions_enabled;
 }
 
-int check_overtemp_condition(const card* c)
+int check_overtemp_condition(card* c)
 {
     return c != nullptr && c->overtemp;
 }
 
-int get_card_serialnum(const card* c, char* serial, int size)
+int get_card_serialnum(card* c, char* serial)
 {
-    if (c == nullptr || serial == nullptr || size < 1) {
+    if (c == nullptr || serial == nullptr) {
         return -1;
     }
     if (int code = fault("get_card_serialnum")) {
         return code;
     }
-    snprintf(serial, static_cast<size_t>(size), "%s", c->serial);
+    snprintf(serial, CARD_SERIAL_SIZE, "%s", c->serial);
     return 0;
 }
 
-int set_card_as_active(card* c)
+int set_card_as_active(config* cfg, char* serial, int flags)
 {
-    if (c == nullptr) {
+    card* c = bySerial(cfg, serial);
+    if (c == nullptr || flags != 0) {
         return -1;
     }
     record("set_card_as_active", c->slot, "");
@@ -252,9 +271,10 @@ int set_card_as_active(card* c)
     return code;
 }
 
-int set_card_as_inactive(card* c)
+int set_card_as_inactive(config* cfg, char* serial, int flags)
 {
-    if (c == nullptr) {
+    card* c = bySerial(cfg, serial);
+    if (c == nullptr || flags != 0) {
         return -1;
     }
     record("set_card_as_inactive", c->slot, "");
@@ -265,8 +285,9 @@ int set_card_as_inactive(card* c)
     return code;
 }
 
-int bypass_reset_sequence(card* c)
+int bypass_reset_sequence(config* cfg, char* serial)
 {
+    card* c = bySerial(cfg, serial);
     if (c == nullptr) {
         return -1;
     }

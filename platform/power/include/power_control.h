@@ -15,9 +15,9 @@ extern "C" {
 #define POWER_STATE_OFF 0
 #define POWER_STATE_ON 1
 
-/* Switches the host off (POWER_STATE_OFF) or on (POWER_STATE_ON); 0 on
- * success. */
-int SetPowerState(int state);
+/* Switches the host off (POWER_STATE_OFF) or on (POWER_STATE_ON); `count`
+ * is the number of requests (the data server sends 1). 0 on success. */
+int SetPowerState(int count, int state);
 
 #ifdef __cplusplus
 }

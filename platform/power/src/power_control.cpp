@@ -16,11 +16,14 @@ std::mutex g_mutex;
 
 }  // namespace
 
-extern "C" int SetPowerState(int state)
+extern "C" int SetPowerState(int count, int state)
 {
+    if (count < 1) {
+        return -1;
+    }
     std::lock_guard<std::mutex> lock(g_mutex);
     mkdir(PlatformRoot::path("/var/power").c_str(), 0755);
-    if (FILE* calls = fopen(PlatformRoot::path("/var/power/calls").c_str(), "a")) {
+    if (FILE* calls = fopen(PlatformRoot::path("/var/power/calls").c_str(), "a")) {  // the state only
         fprintf(calls, "SetPowerState %d\n", state);
         fclose(calls);
     }

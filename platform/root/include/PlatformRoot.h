@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 
 class PlatformRoot {
@@ -22,6 +23,16 @@ public:
     // digits and "/._-+" are allowed. Tool paths built with path() go into
     // command lines, so the server refuses to start on any other root.
     static bool isShellSafe();
+
+    // Opens host path `hostPath` like fopen with `mode` ("r", "w" or "a";
+    // created 0644), except that a symbolic link there is never followed:
+    // null with errno ELOOP. For names fixed in a shared folder such as
+    // /tmp, which another local process could plant first.
+    static FILE* openNoFollow(const std::string& hostPath, const char* mode);
+
+    // Whether host path `hostPath` is a folder of this process's user and
+    // not a symbolic link: files it holds cannot be planted by others.
+    static bool ownFolder(const std::string& hostPath);
 
     // Reads the whole file at controller path `path` (at most `limit`
     // bytes) into `text`; false when it cannot be opened. For the stand-ins'

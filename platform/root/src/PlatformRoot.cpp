@@ -1,6 +1,11 @@
 #include "PlatformRoot.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -158,4 +163,40 @@ int PlatformRoot::faultFile(const char* standIn, const char* call)
         return n < 0 ? 0 : n;
     }
     return -2;
+}
+
+FILE* PlatformRoot::openNoFollow(const std::string& hostPath, const char* mode)
+{
+    int flags = O_CLOEXEC | O_NOFOLLOW;
+    switch (mode != nullptr ? mode[0] : '\0') {
+        case 'r':
+            flags |= O_RDONLY;
+            break;
+        case 'w':
+            flags |= O_WRONLY | O_CREAT | O_TRUNC;
+            break;
+        case 'a':
+            flags |= O_WRONLY | O_CREAT | O_APPEND;
+            break;
+        default:
+            errno = EINVAL;
+            return nullptr;
+    }
+    int fd = open(hostPath.c_str(), flags, 0644);
+    if (fd < 0) {
+        return nullptr;
+    }
+    FILE* f = fdopen(fd, mode);
+    if (f == nullptr) {
+        int error = errno;
+        close(fd);
+        errno = error;
+    }
+    return f;
+}
+
+bool PlatformRoot::ownFolder(const std::string& hostPath)
+{
+    struct stat st;
+    return lstat(hostPath.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == geteuid();
 }

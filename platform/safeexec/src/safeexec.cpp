@@ -76,6 +76,36 @@ std::string encode(const char* text, bool blankToo)
     return out;
 }
 
+// The word after a "-password" option is recorded as "********", as the
+// server's own logs show it: the record is readable by anyone on the root.
+bool passwordOption(const char* word)
+{
+    return strcmp(word, "-password") == 0 || strcmp(word, "--password") == 0;
+}
+
+std::string maskPasswords(const std::string& command)
+{
+    std::string out;
+    size_t i = 0;
+    bool hideNext = false;
+    while (i < command.size()) {
+        size_t end = command.find(' ', i);
+        if (end == std::string::npos) {
+            end = command.size();
+        }
+        std::string word = command.substr(i, end - i);
+        out += hideNext && !word.empty() ? "********" : word;
+        if (!word.empty()) {
+            hideNext = passwordOption(word.c_str());
+        }
+        if (end < command.size()) {
+            out += ' ';
+        }
+        i = end + 1;
+    }
+    return out;
+}
+
 // Appends one line to "/var/safeexec/commands"; a record that cannot be
 // written never keeps a command from running.
 void record(const std::string& kind, const std::string& what)
@@ -121,7 +151,7 @@ extern "C" int system_secure(const char* command)
     if (command == nullptr) {
         return -1;
     }
-    record("secure", encode(command, false));
+    record("secure", maskPasswords(encode(command, false)));
     int fault = 0;
     if (injectedFault("system_secure", fault)) {
         return fault;
@@ -178,7 +208,10 @@ extern "C" int system_exec_command(system_exec_cmd_t* command, char* output, siz
     }
     std::string line;
     for (int i = 0; i < command->argc; ++i) {
-        line += (i > 0 ? " " : "") + (command->argv[i][0] == '\0' ? "%00" : encode(command->argv[i], true));
+        const bool hidden = i > 0 && passwordOption(command->argv[i - 1]) && command->argv[i][0] != '\0';
+        line += (i > 0 ? " " : "") + (hidden                        ? "********"
+                                      : command->argv[i][0] == '\0' ? "%00"
+                                                                    : encode(command->argv[i], true));
     }
     record("exec", line);
     int fault = 0;

@@ -1,7 +1,8 @@
 /* Device calls of the SMBIOS inventory library: local disks and the TPM.
- * Same calling convention as the library's other calls: (int* length,
+ * The disk call has the library's usual convention: (int* length,
  * int capacity, const void* input, void* output), *length the input length on
- * the call and the bytes written on return; 0 on success. The stand-in reads
+ * the call and the bytes written on return; 0 on success. The TPM call fills
+ * one structure. The stand-in reads
  * "/var/smbios/devices.json" under the platform root; a fault file
  * "/var/smbios/faults/<call>" (empty or "fail") makes the call fail, "short <n>"
  * returns only n bytes. Thread-safe: no state. */
@@ -37,7 +38,12 @@ extern "C" {
 #define SMBIOS_DEV_CAPACITY (-2) /* output buffer too small or null */
 
 int DisksInfoGet(int* length, int capacity, const void* input, void* output);
-int GetTPMInfo(int* length, int capacity, const void* input, void* output);
+/* The TPM state as the library's structure (bytes at the offsets above);
+ * 0 on success. With "short <n>" only the first n bytes are filled. */
+typedef struct smbios_tpm_info {
+    unsigned char bytes[SMBIOS_TPM_SIZE];
+} smbios_tpm_info_t;
+int GetTPMInfo(smbios_tpm_info_t* structure);
 
 #ifdef __cplusplus
 }

@@ -94,27 +94,29 @@ extern "C" int DisksInfoGet(int* length, int capacity, const void* input, void* 
                   });
 }
 
-extern "C" int GetTPMInfo(int* length, int capacity, const void* input, void* output)
+extern "C" int GetTPMInfo(smbios_tpm_info_t* structure)
 {
-    (void)input;
-    return answer("GetTPMInfo", length, capacity, output, SMBIOS_TPM_SIZE, [](const cJSON* doc, unsigned char* rec) {
-        const cJSON* tpm = cJSON_GetObjectItem(doc, "tpm");
-        if (!cJSON_IsObject(tpm)) {
-            return false;
-        }
-        static const struct {
-            int offset;
-            const char* key;
-        } kFields[] = {
-            {SMBIOS_TPM_PRESENT, "present"},          {SMBIOS_TPM_ENABLED, "enabled"},
-            {SMBIOS_TPM_ACTIVATED, "activated"},      {SMBIOS_TPM_OWNED, "owned"},
-            {SMBIOS_TPM_TXT_PRESENT, "txtPresent"},   {SMBIOS_TPM_TXT_VT_ISSUE, "vtIssue"},
-            {SMBIOS_TPM_TXT_VTD_ISSUE, "vtdIssue"},   {SMBIOS_TPM_TXT_HW_ISSUE, "hwIssue"},
-            {SMBIOS_TPM_TXT_BOOT_ISSUE, "bootIssue"},
-        };
-        for (const auto& f : kFields) {
-            rec[f.offset] = flag(tpm, f.key) ? 1 : 0;
-        }
-        return true;
-    });
+    int length = 0;
+    void* output = structure != nullptr ? structure->bytes : nullptr;
+    return answer("GetTPMInfo", &length, SMBIOS_TPM_SIZE, output, SMBIOS_TPM_SIZE,
+                  [](const cJSON* doc, unsigned char* rec) {
+                      const cJSON* tpm = cJSON_GetObjectItem(doc, "tpm");
+                      if (!cJSON_IsObject(tpm)) {
+                          return false;
+                      }
+                      static const struct {
+                          int offset;
+                          const char* key;
+                      } kFields[] = {
+                          {SMBIOS_TPM_PRESENT, "present"},          {SMBIOS_TPM_ENABLED, "enabled"},
+                          {SMBIOS_TPM_ACTIVATED, "activated"},      {SMBIOS_TPM_OWNED, "owned"},
+                          {SMBIOS_TPM_TXT_PRESENT, "txtPresent"},   {SMBIOS_TPM_TXT_VT_ISSUE, "vtIssue"},
+                          {SMBIOS_TPM_TXT_VTD_ISSUE, "vtdIssue"},   {SMBIOS_TPM_TXT_HW_ISSUE, "hwIssue"},
+                          {SMBIOS_TPM_TXT_BOOT_ISSUE, "bootIssue"},
+                      };
+                      for (const auto& f : kFields) {
+                          rec[f.offset] = flag(tpm, f.key) ? 1 : 0;
+                      }
+                      return true;
+                  });
 }
