@@ -15,7 +15,7 @@ FUZZ_SECONDS ?= 10
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all deps deps-arm build build-asan build-tsan build-arm run run-arm test test-plain test-asan \
-        test-tsan test-arm coverage fuzz bench format clean package package-arm test-package
+        test-tsan test-arm coverage test-browser fuzz bench format clean package package-arm test-package
 
 all: build
 
@@ -47,16 +47,17 @@ build-arm: deps-arm
 
 # Runs the data server in the foreground on a fresh copy of the simulated
 # controller (sim/root), listening on 127.0.0.1:8195 and 127.0.0.1:8197.
-# PLATFORM=<name> picks a simulated platform (sim/platforms/<name>).
+# PLATFORM=<name> picks a simulated platform (sim/platforms/<name>);
+# HOST=<file> makes a real host's SMBIOS data (dmidecode text or dump) the host.
 run: build
-	PLATFORM=$(PLATFORM) scripts/run-sim.sh $(BUILD) $(RUN_ROOT)
+	PLATFORM=$(PLATFORM) HOST=$(HOST) scripts/run-sim.sh $(BUILD) $(RUN_ROOT)
 
 # The armhf server under qemu-arm on the simulated controller, same ports as
 # `make run`; talk to it with the host's build/bin/gdsctl (built here too).
 run-arm: build-arm
 	cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo
-	cmake --build $(BUILD) -j $(JOBS) --target gdsctl
-	PLATFORM=$(PLATFORM) GDS_EMULATOR='qemu-arm -L /' GDS_CLIENT_BIN=$(BUILD)/bin \
+	cmake --build $(BUILD) -j $(JOBS) --target gdsctl simhw
+	PLATFORM=$(PLATFORM) HOST=$(HOST) GDS_EMULATOR='qemu-arm -L /' GDS_CLIENT_BIN=$(BUILD)/bin \
 	  scripts/run-sim.sh $(ARM_BUILD) $(ARM_RUN_ROOT)
 
 test: test-plain test-asan fuzz
@@ -83,6 +84,11 @@ test-arm: build-arm
 # an HTML report to $(COV_BUILD)/coverage/index.html.
 coverage: deps
 	scripts/coverage.sh $(COV_BUILD) $(JOBS)
+
+# Drives the web front door's explorer in headless Chromium (Selenium), which
+# it installs when missing; screenshots in $(BUILD)/browser.
+test-browser: build
+	scripts/test-browser.sh $(BUILD)
 
 # Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
 # its seed corpus.

@@ -95,10 +95,15 @@ there the controller's own libraries provide gds-platform.")
 set(CPACK_DEBIAN_SIM_PACKAGE_NAME gds-sim)
 set(CPACK_DEBIAN_SIM_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS "${GDS_RUNTIME_DEPENDS}, gds ${GDS_EXACT}, gds-platform-sim ${GDS_EXACT}")
+if(TARGET gdsweb)
+  # The web front door (web/) and its explorer page go into gds-sim too.
+  string(APPEND CPACK_DEBIAN_SIM_PACKAGE_DEPENDS ", libcpp-httplib0.11, libcrypt1")
+endif()
 set(CPACK_COMPONENT_SIM_DESCRIPTION
     "GUI data server - simulated controller for development
 The simulated controller root and platforms (/usr/share/gds/sim) and the
 tools that drive it: aimctl (property service), biossim (BIOS token
-region), simhw and the other simulator tools.")
+region), simhw and the other simulator tools, and gdsweb, the development
+web front door with its explorer page (/usr/share/gds/web).")
 
 include(CPack)

@@ -10,15 +10,18 @@
 #include <sys/types.h>
 #include <array>
 #include <bitset>
+#include <condition_variable>
 
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "DataAgent.h"
+#include "ToolRun.h"
 
 class AIMClient;
 
@@ -85,9 +88,14 @@ public:
     template <typename F>
     static void parseCardListing(FILE* listing, bool details, F onCard);
 
+    // Slot -> MAC address, virtual interface, card type.
+    using CardMap = std::map<int, std::vector<std::string>>;
     // Fills the card cache when it is empty or the controller's network mode
-    // (or its card slot) changed since it was filled.
-    void loadCards();
+    // (or its card slot) changed since it was filled, and hands back the
+    // current listing (never changed afterwards; null when none was made).
+    // The tools run without the class's lock; while another connection
+    // refills, this waits for that refill and takes its listing.
+    std::shared_ptr<const CardMap> loadCards();
     static void clearCardsCache();
     // Resolves a slot to its card; throws ProcessingException (status 2)
     // when the slot holds no managed card or the card cannot be addressed.
@@ -165,11 +173,11 @@ public:
     static std::string wellFormedOutput(const std::string& output);
 
 protected:
-    // A tool's output as a stream; the child starts clean (no inherited
-    // sockets or signal dispositions). Closing gives the exit status.
+    // A tool's output as a stream (ToolRun: no shell, filters in the
+    // server; the children start clean). Closing gives the exit status.
     struct Pipe {
         FILE* stream = nullptr;
-        pid_t pid = -1;
+        ToolRun run;
         bool open(const char* command);
         int close();
     };
@@ -191,7 +199,6 @@ protected:
     static std::string shown(const std::string& text);
     int runQuery(const char* command, GUIDataSocket& socket, const char* tag, bool wrapList, bool extended);
     int uplinkChild(GUIDataSocket& socket);
-    void loadCardsLocked();  // loadCards with m_mutex held
     // Clears the fields that set requests record.
     void resetSetFields() { static_cast<AdapterSetFields&>(*this) = AdapterSetFields(); }
     // --- set checks ---
@@ -295,9 +302,12 @@ protected:
 
     // Shared by every agent of the process.
     static std::mutex m_mutex;
-    static std::map<int, std::vector<std::string>> cardsById;  // slot -> MAC, interface, card type
+    static std::shared_ptr<const CardMap> cardsById;    // the cache; null or empty: to be filled
+    static std::shared_ptr<const CardMap> lastListing;  // the latest refill's listing
     static int previousNetMode;
     static int previousCardSlot;
+    static bool refilling;                         // a connection is listing the cards
+    static std::condition_variable cardsRefilled;  // signalled when that listing is in
     static std::bitset<128> updatingCards;
 };
 

@@ -87,9 +87,12 @@ public:
 
     // --- controller tools and their YAML-like output ---
     // Tools print documents ("---" ... "...") of "key: value" lines. Commands
-    // run through /bin/sh with default signal dispositions, standard input
-    // from /dev/null and no inherited descriptors; the caller makes sure that
-    // any user text inside `command` was checked or escaped. When prepared
+    // are split as the shell would split them and run without a shell
+    // (ToolRun: grep and awk stages run in the server), with default signal
+    // dispositions, standard input from /dev/null and no inherited
+    // descriptors; a line ToolRun refuses does not run (-1). The caller
+    // makes sure that any user text inside `command` was checked or escaped
+    // (one word of the line, never more). When prepared
     // text (m_backendText) is set, no command runs: the next query reads the
     // text instead and then releases it.
 

@@ -1,6 +1,7 @@
 // GUIDataSocket: the client connection as the data server sees it. Reads go
 // through ASocket; replies are cleaned of non-printable bytes, collected in a
-// 1024-byte buffer and sent as framed packets ([N+2][last][0]["BEEF"][data]).
+// 1024-byte buffer and sent as framed packets ([N+2][last][0]["BEEF"][data]);
+// the packets of a longer reply leave together (up to 16 KiB per write).
 // Belongs to one connection thread. Owns its two buffers; copies share the
 // descriptor but get fresh buffers; the destructor never closes the
 // descriptor (close() does).
@@ -8,6 +9,7 @@
 
 #include <netinet/in.h>
 #include <cstdint>
+#include <string>
 
 #include "ASocket.h"
 
@@ -64,6 +66,13 @@ private:
     // One packet: header, magic and data leave in one gathered write, so a
     // reply never waits on the peer's delayed acknowledgement.
     void writePacket(int length, bool last, const char* data);
+    // Sends the collected packets of a longer reply (nothing when none).
+    void sendBatch();
+    // One gathered write of `first` and `second` (which may be null),
+    // completing short writes; failures go to m_writeError.
+    void sendParts(const char* first, size_t firstLength, const char* second, size_t secondLength);
+    static const size_t kBatchLimit = 16 * 1024;
+    std::string m_batch;  // packets not yet sent (a longer reply's)
 
     char* m_reply;
     int m_replyCapacity;

@@ -82,8 +82,13 @@ public:
     const char* getSerialNumber();
     // The current firmware of the adapter in PCI slot `slot` from the card
     // utility and the management-processor tool; 1 when found (written to
-    // `out`, at most `outSize` - 1 characters).
+    // `out`, at most `outSize` - 1 characters). The answer per slot is kept
+    // (found or not) until forgetPciFirmware.
     int getpciFwVersion(const char* slot, char* out, size_t outSize);
+    // Forgets the cached firmware version of the card in `slot` (every card
+    // for -1): after a firmware activation or update, a changed card
+    // listing, a new SMBIOS data version. Any thread.
+    static void forgetPciFirmware(int slot);
     // The local time as "%Y-%m-%dT%X".
     static void getTime(char* out, size_t outSize);
 
@@ -126,6 +131,9 @@ public:
     static pthread_mutex_t m_mutex;
 
 private:
+    // The tool runs behind getpciFwVersion: false when a tool could not be
+    // started (nothing to keep), else true with `version` ("" for none).
+    static bool lookupPciFirmware(const std::string& slot, std::string& version);
     int processSmBiosDataGetAndPost(GUIDataSocket& socket);
     void refreshSmBiosVersion();
     // One requested name with its argument text and, for "inventoryGPU",

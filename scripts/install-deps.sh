@@ -4,8 +4,9 @@
 # one dpkg query each.
 set -euo pipefail
 
-PKGS=(g++ cmake ninja-build make libcjson-dev libgtest-dev libgmock-dev
-      clang libclang-rt-14-dev libxml2-utils python3 gcovr)
+PKGS=(g++ cmake ninja-build make libcjson-dev libgtest-dev libgmock-dev dmidecode
+      clang libclang-rt-14-dev libxml2-utils python3 gcovr
+      libcpp-httplib-dev libcrypt-dev pkg-config)
 
 missing=()
 for p in "${PKGS[@]}"; do

@@ -2,10 +2,11 @@
 # Seeds a fresh simulated controller root from sim/root (plus the overlay
 # sim/platforms/$PLATFORM when that platform has one) and runs the data
 # server in the foreground on it. Usage: run-sim.sh BUILD_DIR ROOT_DIR
-# Environment: PLATFORM (default dravon), GDS_EMULATOR (runs the server
+# Environment: PLATFORM (default dravon), HOST (a real host's SMBIOS data,
+# dmidecode's text or a --dump-bin file, as the simulated host), GDS_EMULATOR (runs the server
 # through it, e.g. qemu-arm for the armhf build), GDS_CLIENT_BIN (folder of
-# the gdsctl to suggest; default the build's own), and the server's own
-# variables.
+# the gdsctl to suggest; default the build's own), GDSWEB_PORT (the web
+# front door's port, default 8080), and the server's own variables.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-build}" && pwd)
@@ -23,6 +24,15 @@ root=$(cd "$root" && pwd)
 cp -a "$here/sim/root/." "$root/"
 if [ -d "$here/sim/platforms/$platform" ]; then
   cp -a "$here/sim/platforms/$platform/." "$root/"
+fi
+# HOST: the real host's SMBIOS data replaces the platform's processors, DIMMs
+# and PCI adapters (a raw dump starts with its entry point, "_SM").
+if [ -n "${HOST:-}" ]; then
+  form=--from-dmidecode
+  case "$(head -c 4 "$HOST")" in _SM*|_DMI) form=--from-dump ;; esac
+  "${GDS_CLIENT_BIN:-$build/bin}/simhw" host "$form" "$HOST" --onto "$root/var/smbios/host.json" \
+    > "$root/var/smbios/host.json.new"
+  mv "$root/var/smbios/host.json.new" "$root/var/smbios/host.json"
 fi
 sed "s|@GDS_LIB_DIR@|$build/lib|g" "$here/sim/dataserver.conf.in" > "$root/etc/dataserver.conf"
 
@@ -49,7 +59,8 @@ cd "$root"
 # shellcheck disable=SC2086
 ${GDS_EMULATOR:-} "$build/bin/gds" -configfile "$root/etc/dataserver.conf" &
 gds_pid=$!
-trap 'kill -TERM "$gds_pid" 2>/dev/null' INT TERM
+web_pid=
+trap 'kill -TERM "$gds_pid" $web_pid 2>/dev/null' INT TERM
 
 # Prints what the simulated controller offers. The canned library writes the
 # agent list (var/canned/agents: agent, names, source, in the order the server
@@ -91,9 +102,18 @@ for i in $(seq 1 200); do
 done
 [ "$ready" = 1 ] && print_offer
 
+# The web front door beside the server (same root, the JSON-header port).
+web_port=${GDSWEB_PORT:-8080}
+if [ "$ready" = 1 ] && [ -x "$client/gdsweb" ]; then
+  "$client/gdsweb" -p "$web_port" --data-port "$nxtgen" &
+  web_pid=$!
+  echo "Web front door: http://127.0.0.1:$web_port/  users admin, operator, readonly; password 'password' (development only)"
+fi
+
 set +e
 wait "$gds_pid"
 rc=$?
+[ -n "$web_pid" ] && kill -TERM "$web_pid" 2>/dev/null
 while kill -0 "$gds_pid" 2>/dev/null; do
   wait "$gds_pid"
   rc=$?

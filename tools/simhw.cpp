@@ -4,6 +4,10 @@
 //
 //   simhw build DESCRIPTION.json ROOT   write the files the description names below ROOT
 //   simhw dump-macdb MacDB.bin          print a MAC database as a "macdb" description
+//   simhw host --from-dmidecode|--from-dump FILE [--onto HOST.json]
+//                                       print a real host's SMBIOS data (dmidecode's
+//                                       text or a --dump-bin file) as the SMBIOS
+//                                       host description; other sections from HOST.json
 //
 // Sections of a description (each optional; see docs/simulator.md):
 //   "pmbus":   power-management daemon files   -> /var/pmbus/...
@@ -19,6 +23,10 @@
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include "DmidecodeTextReader.h"
+#include "HostDescription.h"
+#include "SmbiosTableReader.h"
 
 namespace {
 
@@ -396,6 +404,33 @@ int dumpMacdb(const char* path)
     return 0;
 }
 
+// The host description of a real host's SMBIOS data, on standard output;
+// skipped records are named on standard error.
+int host(const char* form, const char* path, const char* onto)
+{
+    Bytes input;
+    Bytes base;
+    if (!readFile(path, input) || (onto != nullptr && !readFile(onto, base))) {
+        return 1;
+    }
+    HostInventory inventory;
+    bool ok = strcmp(form, "--from-dump") == 0 ? SmbiosTableReader::read(input, inventory)
+                                               : DmidecodeTextReader::read(input, inventory);
+    for (const std::string& warning : inventory.warnings) {
+        fprintf(stderr, "simhw: %s: %s\n", path, warning.c_str());
+    }
+    if (!ok) {
+        return 1;
+    }
+    std::string json;
+    if (!HostDescription::write(inventory, base, json)) {
+        fail("%s is not a host description", onto);
+        return 1;
+    }
+    fputs(json.c_str(), stdout);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -406,8 +441,17 @@ int main(int argc, char** argv)
     if (argc == 3 && strcmp(argv[1], "dump-macdb") == 0) {
         return dumpMacdb(argv[2]);
     }
+    bool form = argc >= 4 && strcmp(argv[1], "host") == 0 &&
+                (strcmp(argv[2], "--from-dmidecode") == 0 || strcmp(argv[2], "--from-dump") == 0);
+    if (form && argc == 4) {
+        return host(argv[2], argv[3], nullptr);
+    }
+    if (form && argc == 6 && strcmp(argv[4], "--onto") == 0) {
+        return host(argv[2], argv[3], argv[5]);
+    }
     fprintf(stderr,
             "usage: simhw build DESCRIPTION.json ROOT\n"
-            "       simhw dump-macdb MacDB.bin\n");
+            "       simhw dump-macdb MacDB.bin\n"
+            "       simhw host --from-dmidecode|--from-dump FILE [--onto HOST.json]\n");
     return 2;
 }

@@ -30,7 +30,8 @@
 // and deleted. The result is kept for the life of the process, guarded by a
 // mutex. At that point the library also writes what the simulated
 // controller offers (agents and their name counts) to /var/canned/agents
-// under the platform root, for `make run` to print.
+// under the platform root, for `make run` to print, and every name with its
+// agent to /var/canned/names, for the web front door's name list.
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <algorithm>
@@ -67,6 +68,7 @@ const char kEntryPoint[] = "canned_init";
 const char kNamesKey[] = "names";
 const char kOfferDir[] = "/var/canned";
 const char kOfferFile[] = "/var/canned/agents";
+const char kNamesFile[] = "/var/canned/names";
 
 class CannedDataHandler : public DataHandler {
 public:
@@ -205,6 +207,48 @@ private:
                       Offer{"FakeDataAgent", m_names.size(), "canned data (libcanned.so)"});
         offers.push_back({"DefaultPropertyAgent", mapSize, "property map"});
         writeOffers(offers);
+
+        // Every name with the agent that answers it, for the web front
+        // door's name list: registered names first, then the canned ones,
+        // then the property map's.
+        std::map<std::string, std::set<std::string>> byAgent;
+        for (const auto& entry : servedBy) {
+            byAgent[entry.second].insert(entry.first);
+        }
+        for (const std::string& name : m_names) {
+            byAgent["FakeDataAgent"].insert(name);
+        }
+        for (const std::string& name : mapped) {
+            if (servedBy.count(name) == 0) {
+                byAgent["DefaultPropertyAgent"].insert(name);
+            }
+        }
+        writeNames(offers, byAgent);
+    }
+
+    // "agent<TAB>name" lines, agents in the order of the offer table.
+    static void writeNames(const std::vector<Offer>& offers,
+                           const std::map<std::string, std::set<std::string>>& byAgent)
+    {
+        std::string path = PlatformRoot::path(kNamesFile);
+        std::string tmp = path + ".tmp";
+        FILE* f = fopen(tmp.c_str(), "w");
+        if (f == nullptr) {
+            return;
+        }
+        std::set<std::string> done;
+        for (const Offer& o : offers) {
+            auto it = byAgent.find(o.agent);
+            if (it == byAgent.end() || !done.insert(o.agent).second) {
+                continue;
+            }
+            for (const std::string& name : it->second) {
+                fprintf(f, "%s\t%s\n", o.agent.c_str(), name.c_str());
+            }
+        }
+        if (fclose(f) != 0 || rename(tmp.c_str(), path.c_str()) != 0) {
+            remove(tmp.c_str());
+        }
     }
 
     // Written under a temporary name and renamed, so a reader never sees

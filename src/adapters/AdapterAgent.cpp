@@ -16,6 +16,7 @@
 #include "ConnectionHandler.h"
 #include "DataHandler.h"
 #include "GUIDataServer.h"
+#include "InventoryAgent.h"
 #include "PlatformRoot.h"
 #include "ProcessingException.h"
 #include "card_config.h"
@@ -44,9 +45,12 @@ std::string AdapterAgent::shown(const std::string& text)
 }
 
 std::mutex AdapterAgent::m_mutex;
-std::map<int, std::vector<std::string>> AdapterAgent::cardsById;
+std::shared_ptr<const AdapterAgent::CardMap> AdapterAgent::cardsById;
+std::shared_ptr<const AdapterAgent::CardMap> AdapterAgent::lastListing;
 int AdapterAgent::previousNetMode = -1;
 int AdapterAgent::previousCardSlot = -1;
+bool AdapterAgent::refilling = false;
+std::condition_variable AdapterAgent::cardsRefilled;
 std::bitset<128> AdapterAgent::updatingCards;
 
 AdapterAgent::AdapterAgent(DataHandler& handler) : DataAgent("AdapterAgent", handler)
@@ -97,12 +101,26 @@ int AdapterAgent::initialize()
     free(m_backendText);
     m_backendText = nullptr;
     // The network-mode memory is shared: read and written under the lock
-    // (the original reads it unlocked).
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (previousNetMode == -1) {
-        previousNetMode = getNetMode(&previousNetMode, &previousCardSlot);
-        log_tlog(1, "AdapterAgent.cpp %d: previousNetMode = %d, previousCardSlot = %d\n", __LINE__, previousNetMode,
-                 previousCardSlot);
+    // (the original reads it unlocked), but the property-service call runs
+    // without it, so a request never waits for another one's call.
+    bool first = false;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        first = previousNetMode == -1;
+    }
+    if (first) {
+        int mode = -1;
+        int slot = -1;
+        mode = getNetMode(&mode, &slot);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (previousNetMode == -1) {
+            previousNetMode = mode;
+            if (mode != -99) {
+                previousCardSlot = slot;
+            }
+            log_tlog(1, "AdapterAgent.cpp %d: previousNetMode = %d, previousCardSlot = %d\n", __LINE__, previousNetMode,
+                     previousCardSlot);
+        }
     }
     return 1;
 }
@@ -129,79 +147,103 @@ int AdapterAgent::getNetMode(int* mode, int* slot)
 void AdapterAgent::clearCardsCache()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    cardsById.clear();
+    cardsById.reset();
 }
 
 size_t AdapterAgent::cachedCardCount()
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return cardsById.size();
+    return cardsById ? cardsById->size() : 0;
 }
 
-void AdapterAgent::loadCards()
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    loadCardsLocked();
-}
-
-void AdapterAgent::loadCardsLocked()
+std::shared_ptr<const AdapterAgent::CardMap> AdapterAgent::loadCards()
 {
     // Beyond the original, which tests and reads the cache without the lock
-    // while another connection may refill it: the whole test-and-refill runs
-    // under the lock (the caller holds it), so a lookup never sees a
-    // half-filled map and two connections never list the cards at once.
+    // while another connection may refill it, and beyond a refill under the
+    // lock, which made every adapter request wait for a slow listing: the
+    // cache is read and replaced under the lock, but the network-mode call
+    // and the card utility run without it. One refill runs at a time; a
+    // request that needs a card meanwhile waits for it, one that needs none
+    // never takes part. A listing is never changed once made: a refill makes
+    // a new one, so the caller reads the one it was handed without the lock.
     int latestMode = -1;
     int latestSlot = -1;
-    if (!cardsById.empty()) {
+    bool filled = false;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        filled = cardsById && !cardsById->empty();
+    }
+    if (filled) {
         getNetMode(&latestMode, &latestSlot);
+        std::lock_guard<std::mutex> lock(m_mutex);
         log_tlog(1, "AdapterAgent.cpp %d: previousNetModeSING = %d ,latestNetMode = %d\n", __LINE__, previousNetMode,
                  latestMode);
-        if (latestMode == previousNetMode && latestSlot == previousCardSlot) {
-            return;
+        if (latestMode == previousNetMode && latestSlot == previousCardSlot && cardsById && !cardsById->empty()) {
+            return cardsById;
         }
-        cardsById.clear();
     }
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (refilling) {
+        // Another connection lists the cards: its listing is the answer.
+        cardsRefilled.wait(lock, [] { return !refilling; });
+        return lastListing;
+    }
+    refilling = true;
+    lock.unlock();
+    CardMap fresh;
     log_tlog(1, "AdapterAgent.cpp %d: Using cardutil to retrieve halvric cards key information.\n", __LINE__);
     char command[1024];
     Pipe listing;
     if (!format(command, sizeof command, "%s -L", PlatformRoot::path(kCardUtil).c_str()) || !listing.open(command)) {
         m_log.logError("could not load discovered cards\n");
     } else {
-        parseCardListing(listing.stream, false, [this](const CardRecord& card) {
+        parseCardListing(listing.stream, false, [this, &fresh](const CardRecord& card) {
             // MAC address and interface go into every command line for the
             // card: a record whose texts are not plain words is not cached.
             if (!plainWord(card.mac) || !plainWord(card.interface)) {
                 m_log.logError("card in slot %s ignored: unusable MAC address or interface\n", card.slot.c_str());
                 return;
             }
-            cardsById[getCardIndex(card.slot)] = {card.mac, card.interface, card.type};
+            fresh[getCardIndex(card.slot)] = {card.mac, card.interface, card.type};
         });
         int rc = listing.close();
         if (rc != 0) {
             m_log.logError("unable to discover cards. cardutil returned %d\n", rc);
         }
     }
+    lock.lock();
+    bool changed = !lastListing || *lastListing != fresh;
+    cardsById = std::make_shared<const CardMap>(std::move(fresh));
+    lastListing = cardsById;
+    std::shared_ptr<const CardMap> listed = cardsById;
     if (latestMode != -1) {
         previousNetMode = latestMode;
     }
     if (latestSlot != -1) {
         previousCardSlot = latestSlot;
     }
+    refilling = false;
+    cardsRefilled.notify_all();
+    lock.unlock();
+    if (changed) {
+        // Other cards, or other cards in the slots: the inventory's firmware
+        // versions are looked up again.
+        InventoryAgent::forgetPciFirmware(-1);
+    }
+    return listed;
 }
 
 void AdapterAgent::locateMPAddress(const char* method, int slot, std::string& mac, std::string& interface)
 {
     size_t count = 0;
     bool found = false;
-    {
-        // Refill and lookup under one lock: a refresh by another connection
-        // cannot come in between, and the values are copied out, never
-        // referenced into the map.
-        std::lock_guard<std::mutex> lock(m_mutex);
-        loadCardsLocked();
-        count = cardsById.size();
-        auto it = cardsById.find(slot);
-        if (it != cardsById.end()) {
+    // The listing this request was handed: a refill by another connection
+    // replaces the cache, never this listing.
+    std::shared_ptr<const CardMap> cards = loadCards();
+    if (cards) {
+        count = cards->size();
+        auto it = cards->find(slot);
+        if (it != cards->end()) {
             mac = it->second[0];
             interface = it->second[1];
             found = true;
@@ -298,24 +340,8 @@ bool AdapterAgent::format(char* buffer, size_t size, const char* fmt, ...)
 
 bool AdapterAgent::Pipe::open(const char* command)
 {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return false;
-    }
-    char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
-    pid = spawn_clean("/bin/sh", argv, false, fds[1], true);
-    ::close(fds[1]);
-    stream = pid >= 0 ? fdopen(fds[0], "r") : nullptr;
-    if (stream == nullptr) {
-        ::close(fds[0]);
-        if (pid >= 0) {
-            kill(pid, SIGKILL);
-            wait_child(pid);
-        }
-        pid = -1;
-        return false;
-    }
-    return true;
+    stream = run.start(command) ? run.stream() : nullptr;
+    return stream != nullptr;
 }
 
 int AdapterAgent::Pipe::close()
@@ -323,9 +349,6 @@ int AdapterAgent::Pipe::close()
     if (stream == nullptr) {
         return -1;
     }
-    fclose(stream);
     stream = nullptr;
-    int status = child_exit_status(wait_child(pid));
-    pid = -1;
-    return status;
+    return run.finish();
 }

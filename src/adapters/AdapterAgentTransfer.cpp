@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "AdapterAgent.h"
+#include "InventoryAgent.h"
 #include "PlatformRoot.h"
 #include "ProcessingException.h"
 #include "card_config.h"
@@ -303,13 +304,10 @@ void AdapterAgent::firmwareUpdate()
     }
     std::vector<int> slots = m_updateSlots;
     if (slots.empty()) {
-        loadCards();
+        std::shared_ptr<const CardMap> listing = loadCards();
         std::vector<int> cached;
-        {
-            std::lock_guard<std::mutex> lock(m_mutex);
-            for (const auto& entry : cardsById) {
-                cached.push_back(entry.first);
-            }
+        for (const auto& entry : listing ? *listing : CardMap()) {
+            cached.push_back(entry.first);
         }
         for (int slot : cached) {
             if (canTalkToCard(slot)) {
@@ -354,6 +352,7 @@ void AdapterAgent::firmwareUpdate()
                        format(command, sizeof command, " %s %d %s %s %s %d &", script.c_str(), slot, vif.c_str(),
                               mac.c_str(), image.c_str(), m_updateOption ? 1 : 0) &&
                        system_secure(command) == 0;
+        InventoryAgent::forgetPciFirmware(slot);  // the inventory asks the card again
         if (!started) {
             m_log.logError("firmware update of slot %d could not be started\n", slot);
             m_status = 2;
@@ -383,9 +382,14 @@ void AdapterAgent::firmwareActivate()
         char command[1024];
         std::string output;
         int rc = -1;
-        if (!format(command, sizeof command, "%s -i %s %s fwactivate %d", tool.c_str(), vif.c_str(), mac.c_str(),
-                    m_firmwareId) ||
-            (rc = invokeBackend(command, output, "AdapterAgent")) != 0) {
+        bool fits = format(command, sizeof command, "%s -i %s %s fwactivate %d", tool.c_str(), vif.c_str(), mac.c_str(),
+                           m_firmwareId);
+        if (fits) {
+            rc = invokeBackend(command, output, "AdapterAgent");
+            // Whatever the outcome, the inventory asks the card again.
+            InventoryAgent::forgetPciFirmware(slot);
+        }
+        if (!fits || rc != 0) {
             m_log.logError("activate card %d (%s) returned with rc %d\n", slot, command, rc);
             throw slot;
         }
@@ -426,6 +430,12 @@ void AdapterAgent::bypassResetSequence(int slot)
 void AdapterAgent::cancelUpdate()
 {
     bool none = false;
+    if (m_updateSlots.empty()) {
+        InventoryAgent::forgetPciFirmware(-1);
+    }
+    for (int slot : m_updateSlots) {
+        InventoryAgent::forgetPciFirmware(slot);  // an update may have ended meanwhile
+    }
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         if (m_updateSlots.empty()) {

@@ -17,7 +17,7 @@
 #include "GUIDataSocket.h"
 #include "PlatformRoot.h"
 #include "RequestToken.h"
-#include "clean_spawn.h"
+#include "ToolRun.h"
 #include "gds_number.h"
 
 std::atomic<int> DataAgent::platform_{0};
@@ -272,35 +272,19 @@ int DataAgent::threadSleep(int seconds, int milliseconds)
 
 namespace {
 
-// A tool started through the shell, its standard output readable as a stream.
+// A tool run (ToolRun: no shell; filters in the server), its standard
+// output readable as a stream.
 struct BackendPipe {
+    ToolRun run;
     FILE* stream = nullptr;
-    pid_t pid = -1;
 };
 
-// popen(command, "r"), except that the child must not inherit the server's
-// state (ignored SIGPIPE, client connections, listening sockets): the shell
-// starts clean, with standard input from /dev/null.
 bool openBackend(const char* command, BackendPipe& backend)
 {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
+    if (!backend.run.start(command)) {
         return false;
     }
-    char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command), nullptr};
-    pid_t pid = spawn_clean("/bin/sh", argv, false, fds[1], true);
-    close(fds[1]);
-    FILE* stream = pid >= 0 ? fdopen(fds[0], "r") : nullptr;
-    if (stream == nullptr) {
-        close(fds[0]);
-        if (pid >= 0) {
-            kill(pid, SIGKILL);
-            wait_child(pid);
-        }
-        return false;
-    }
-    backend.stream = stream;
-    backend.pid = pid;
+    backend.stream = backend.run.stream();
     return true;
 }
 
@@ -308,9 +292,8 @@ bool openBackend(const char* command, BackendPipe& backend)
 // waits. The exit status (128 + the signal number for a killed tool), or -1.
 int closeBackend(BackendPipe& backend)
 {
-    fclose(backend.stream);
     backend.stream = nullptr;
-    return child_exit_status(wait_child(backend.pid));
+    return backend.run.finish();
 }
 
 // Lines of a tool's output, from its stream or from prepared text.
@@ -380,8 +363,10 @@ bool reserve(char*& buffer, size_t& capacity, size_t size, size_t limit)
 
 }  // namespace
 
-// The property tool runs like every other tool: a clean child, the names
-// are the agents' own constants (no request text reaches this line).
+// The property tool runs like every other tool: "sender" and "outline" are
+// started directly, piped into each other, and the grep and awk of the line
+// are done in the server (two processes instead of five). The names are the
+// agents' own constants (no request text reaches this line).
 std::string DataAgent::getValue(const char* name)
 {
     char command[128];

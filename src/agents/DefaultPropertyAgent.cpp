@@ -228,13 +228,16 @@ int DefaultPropertyAgent::preProcessGet(std::string& name, std::string& extra)
 
 int DefaultPropertyAgent::processGet()
 {
-    puts("\n  Call to DefaultPropertyAgent::processGet()");
+    // The request's console lines go out with its log lines (ALog::console:
+    // no lock shared with other connections).
+    ALog::console("%s\n", "\n  Call to DefaultPropertyAgent::processGet()");
     m_log.logTrace("call to DefaultPropertyAgent::processGet\n");
     AIMClient& client = aim();
     char buffer[1024];
     for (PropertyInfo* info : m_requestList) {
         if (ALog::takeItemLine()) {
-            printf(" name(%s), type(%i)\n", ALog::escapeControls(info->aimName.c_str(), false).c_str(), info->type);
+            ALog::console(" name(%s), type(%i)\n", ALog::escapeControls(info->aimName.c_str(), false).c_str(),
+                          info->type);
         }
         const char* aimName = info->aimName.c_str();
         switch (info->type) {
@@ -286,10 +289,15 @@ int DefaultPropertyAgent::processGet()
 
 int DefaultPropertyAgent::postProcessGet(ConnectionHandler& connection)
 {
-    fputs(" post process get", stdout);
+    ALog::console("%s", " post process get");
     for (PropertyInfo* info : m_requestList) {
         connection.getSocket().writeSimpleElement(info->name.c_str(), info->value.c_str());
     }
+    // The last step of a get: the request's entries and values are given
+    // back, so an idle connection keeps nothing of the request it answered.
+    std::vector<PropertyInfo*>().swap(m_requestList);
+    m_requestEntries.clear();
+    m_requestEntries.shrink_to_fit();
     return 1;
 }
 

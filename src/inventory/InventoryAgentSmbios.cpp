@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <map>
+#include <mutex>
 
 #include "AIMClient.h"
 #include "ConnectionHandler.h"
@@ -23,6 +25,8 @@
 #include "GUIDataSocket.h"
 #include "PlatformRoot.h"
 #include "ProcessingException.h"
+#include "ToolFilter.h"
+#include "ToolRun.h"
 #include "safeexec.h"
 #include "smbios_inventory.h"
 
@@ -40,6 +44,15 @@ struct Cached {
 Cached g_cache[InventoryAgent::kCacheSlots];
 unsigned char g_cachedSmVersion = 0;
 
+// The PCI firmware lookups per slot text ("" when none was found), and two
+// counters: lookups started, and the last lookup started before the latest
+// forgetPciFirmware. Own lock: an adapter action forgets a card without
+// waiting for an inventory page.
+std::mutex g_firmwareMutex;
+std::map<std::string, std::string> g_firmware;
+uint64_t g_firmwareLookups = 0;
+uint64_t g_firmwareForgotten = 0;
+
 // Identity strings, filled on first use and kept while non-empty.
 char g_platformName[64];
 char g_productId[64];
@@ -49,7 +62,6 @@ char g_serialNumber[64];
 // allocation on a 32-bit controller): the fetch fails.
 const int kMaxRecords = 4096;
 
-const char kPciInventoryFile[] = "/tmp/pciInventory";
 const char kCardUtil[] = "/usr/local/bin/cardutil";
 const char kMpTool[] = "/opt/flash/halvric/bin/mptool";
 
@@ -213,6 +225,7 @@ void InventoryAgent::freeCacheLocked()
     for (Cached& c : g_cache) {
         freeSlot(c);
     }
+    forgetPciFirmware(-1);  // a new SMBIOS data version may mean other cards
 }
 
 void InventoryAgent::setCached(CacheSlot slot, const void* data, size_t size, int count)
@@ -232,6 +245,7 @@ void InventoryAgent::resetCache()
         freeSlot(c);
     }
     g_cachedSmVersion = 0;
+    forgetPciFirmware(-1);
     g_platformName[0] = g_productId[0] = g_serialNumber[0] = '\0';
     pthread_mutex_unlock(&m_mutex);
 }
@@ -809,6 +823,12 @@ const char* InventoryAgent::getProductName()
 
 // --- PCI firmware ---
 
+// Beyond the original, which lists the card into a shared temporary file and
+// runs six shells and their filters for every card on every page: the card
+// utility and the management-processor tool are started directly (ToolRun),
+// their output filtered in the server (ToolFilter), and each slot's answer
+// is kept until something can have changed it (forgetPciFirmware). A cached
+// inventory page starts no process at all.
 int InventoryAgent::getpciFwVersion(const char* slot, char* out, size_t outSize)
 {
     std::string slotText = slot != nullptr ? slot : "";
@@ -818,49 +838,90 @@ int InventoryAgent::getpciFwVersion(const char* slot, char* out, size_t outSize)
     }
     // The slot text comes from the host's tables and the values below from
     // tool output: each is checked before it stands in a command line.
-    std::string file = PlatformRoot::path(kPciInventoryFile);
-    std::string rm = "rm -f " + file;
     if (!system_check_user_input(slotText.c_str(), "general_rule") || slotText.empty()) {
         return 0;
     }
+    std::string version;
+    uint64_t generation = 0;  // 0: the answer was kept
+    {
+        std::lock_guard<std::mutex> lock(g_firmwareMutex);
+        auto it = g_firmware.find(slotText);
+        if (it != g_firmware.end()) {
+            version = it->second;
+            generation = 0;
+        } else {
+            generation = ++g_firmwareLookups;
+        }
+    }
+    if (generation != 0) {
+        bool ran = lookupPciFirmware(slotText, version);
+        std::lock_guard<std::mutex> lock(g_firmwareMutex);
+        // Not kept when a tool could not be started, or when the answer was
+        // forgotten while the tools ran (it may be from before the change).
+        if (ran && g_firmwareForgotten < generation) {
+            g_firmware[slotText] = version;
+        }
+    }
+    if (version.empty() || outSize == 0) {
+        return 0;
+    }
+    snprintf(out, outSize, "%s", version.c_str());
+    return 1;
+}
+
+bool InventoryAgent::lookupPciFirmware(const std::string& slot, std::string& version)
+{
+    version.clear();
     // Controllers without the card utility have no adapters to ask.
     if (access(PlatformRoot::path(kCardUtil).c_str(), X_OK) != 0) {
-        return 0;
+        return true;
     }
-    std::string command = PlatformRoot::path(kCardUtil) + " -l " + slotText + " > " + file;
-    int rc = system_secure(command.c_str());
-    if (rc == -1 || !WIFEXITED(rc) || WEXITSTATUS(rc) != 0) {
-        system_secure(rm.c_str());
-        return 0;
+    std::string listing;
+    int rc = ToolRun::run((PlatformRoot::path(kCardUtil) + " -l " + slot).c_str(), listing);
+    if (rc == -1) {
+        return false;
     }
+    if (rc != 0) {
+        return true;  // no card the utility knows in this slot
+    }
+    // "grep KEY | awk -F': ' '{print $2}'", first line.
     auto value = [&](const std::string& key) {
-        std::string output;
-        if (!system_check_user_input(key.c_str(), "general_rule") || key.empty()) {
-            return output;
-        }
-        invokeBackend(("cat " + file + "|grep " + key + "|awk -F\": \" '{print $2}'").c_str(), output,
-                      "InventoryAgent");
-        return output.substr(0, output.find('\n'));
+        return ToolFilter::firstLine(ToolFilter::field(ToolFilter::grep(listing, key), ": ", 2));
     };
     std::string interface = value("virtual-eth-if");
     std::string asic = value("asic-name");
     std::string mac = asic.empty() ? "" : value(asic + "-mac");
-    int found = 0;
-    if (!interface.empty() && !mac.empty() && system_check_user_input(interface.c_str(), "general_rule") &&
-        system_check_user_input(mac.c_str(), "general_rule")) {
-        std::string output;
-        invokeBackend((PlatformRoot::path(kMpTool) + " -i " + interface + " " + mac +
-                       " vorn_getadapter yaml --detail|grep current-fw-version|awk -F\": \" '{print $2}'")
-                          .c_str(),
-                      output, "InventoryAgent");
-        output = output.substr(0, output.find('\n'));
-        if (!output.empty() && outSize > 0) {
-            snprintf(out, outSize, "%s", output.c_str());
-            found = 1;
+    if (interface.empty() || mac.empty() || !system_check_user_input(interface.c_str(), "general_rule") ||
+        !system_check_user_input(mac.c_str(), "general_rule")) {
+        return true;
+    }
+    std::string output;
+    rc = ToolRun::run(
+        (PlatformRoot::path(kMpTool) + " -i " + interface + " " + mac + " vorn_getadapter yaml --detail").c_str(),
+        output);
+    if (rc == -1) {
+        return false;
+    }
+    version = ToolFilter::firstLine(ToolFilter::field(ToolFilter::grep(output, "current-fw-version"), ": ", 2));
+    return true;
+}
+
+void InventoryAgent::forgetPciFirmware(int slot)
+{
+    std::lock_guard<std::mutex> lock(g_firmwareMutex);
+    g_firmwareForgotten = g_firmwareLookups;
+    for (auto it = g_firmware.begin(); it != g_firmware.end();) {
+        // The inventory's slot texts are the card utility's slot numbers
+        // ("2"); anything else is forgotten with every card.
+        char* end = nullptr;
+        long number = strtol(it->first.c_str(), &end, 10);
+        bool numeric = end != it->first.c_str() && *end == '\0';
+        if (slot < 0 || !numeric || number == slot) {
+            it = g_firmware.erase(it);
+        } else {
+            ++it;
         }
     }
-    system_secure(rm.c_str());
-    return found;
 }
 
 DIMMId* InventoryAgent::dimmName2Id(PLATFORM platform, const char* sampleLocation)

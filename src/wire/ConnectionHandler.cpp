@@ -211,6 +211,8 @@ void ConnectionHandler::reserveRequest(int size)
 
 void ConnectionHandler::run()
 {
+    // This thread's log and console lines leave once per request (ALog).
+    ALog::collectLines(true);
     m_log.logTrace("ConnectionHandler::run  Call to handler run method.\n");
     try {
         while (!stopRequested) {
@@ -254,8 +256,8 @@ void ConnectionHandler::run()
         m_log.logError("ConnectionHandler: unexpected failure, closing the connection.\n");
     }
     closeSocket();
-    m_log.flush();
-    delete this;  // nothing touches the handler after this
+    ALog::collectLines(false);  // writes what is left
+    delete this;                // nothing touches the handler after this
 }
 
 char* ConnectionHandler::nextRequest()
@@ -628,8 +630,8 @@ void ConnectionHandler::parseForArgs(std::string& item, std::string& name, std::
     name = item.substr(0, k);
     extra = item.substr(k);
     if (ALog::takeItemLine()) {
-        printf(" name(%s), extra(%s)\n", ALog::escapeControls(name.c_str(), false).c_str(),
-               ALog::escapeControls(extra.c_str(), false).c_str());
+        ALog::console(" name(%s), extra(%s)\n", ALog::escapeControls(name.c_str(), false).c_str(),
+                      ALog::escapeControls(extra.c_str(), false).c_str());
     }
 }
 

@@ -73,12 +73,14 @@ GUIDataSocket::~GUIDataSocket()
 
 int GUIDataSocket::write(const unsigned char* data, int length)
 {
+    sendBatch();  // packets collected before go first
     return ASocket::write(data, length);
 }
 
 void GUIDataSocket::flush()
 {
     sendResponsePacket(false);
+    sendBatch();
 }
 
 void GUIDataSocket::send(const char* data, int length)
@@ -155,11 +157,41 @@ void GUIDataSocket::writePacket(int length, bool last, const char* data)
                                'E',
                                'E',
                                'F'};
+    size_t dataLength = data != nullptr && length > 0 ? static_cast<size_t>(length) : 0;
+    if (last && m_batch.empty()) {
+        // A one-packet reply: header and data in one gathered write.
+        sendParts(reinterpret_cast<const char*>(header), sizeof header, data, dataLength);
+        return;
+    }
+    // Beyond the original, which writes each packet as it is full: the
+    // packets of a longer reply are collected and leave together, up to
+    // kBatchLimit bytes at a time (a 9 KB inventory page in one write
+    // instead of nine). The packets themselves are unchanged.
+    m_batch.append(reinterpret_cast<const char*>(header), sizeof header);
+    if (dataLength > 0) {
+        m_batch.append(data, dataLength);
+    }
+    if (last || m_batch.size() >= kBatchLimit) {
+        sendBatch();
+    }
+}
+
+void GUIDataSocket::sendBatch()
+{
+    if (m_batch.empty()) {
+        return;
+    }
+    sendParts(m_batch.data(), m_batch.size(), nullptr, 0);
+    std::string().swap(m_batch);  // an idle connection keeps none of it
+}
+
+void GUIDataSocket::sendParts(const char* first, size_t firstLength, const char* second, size_t secondLength)
+{
     iovec parts[2];
-    parts[0].iov_base = header;
-    parts[0].iov_len = sizeof header;
-    parts[1].iov_base = const_cast<char*>(data);
-    parts[1].iov_len = data != nullptr ? static_cast<size_t>(length) : 0;
+    parts[0].iov_base = const_cast<char*>(first);
+    parts[0].iov_len = firstLength;
+    parts[1].iov_base = const_cast<char*>(second);
+    parts[1].iov_len = second != nullptr ? secondLength : 0;
     int count = parts[1].iov_len > 0 ? 2 : 1;
     size_t total = parts[0].iov_len + parts[1].iov_len;
     size_t sent = 0;

@@ -51,7 +51,7 @@ TEST(AdapterAgentVnic, UpdateBackend)
         std::string file = agent.vnicPropertyFile();
         EXPECT_NE(file, first);  // a fresh name per call
         first = file;
-        std::string command = "touch " + canary + "; cat " + file + c.tail;
+        std::string command = "sh -c 'touch " + canary + "; cat " + file + c.tail + "'";
         TokenMap arguments = c.arguments;
         std::string output = "old";
         EXPECT_EQ(c.result, agent.updateBackend(command.c_str(), arguments, output, file.c_str())) << c.what;

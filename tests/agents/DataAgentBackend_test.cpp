@@ -10,6 +10,8 @@
 #include "AgentHarness.h"
 #include "PlatformRoot.h"
 #include "StubAgent.h"
+#include "ToolFilter.h"
+#include "ToolRun.h"
 
 namespace {
 
@@ -115,17 +117,114 @@ TEST_F(BackendTest, InvokeBackendStartsToolsClean)
     int fd = open("/dev/null", O_RDONLY);  // inheritable, like a socket without CLOEXEC
     ASSERT_GE(fd, 3);
     std::string output = "kept:";
-    EXPECT_EQ(3, agent.invokeBackend("printf 'a\\000b'; exit 3", output, "Test"));  // raw output is appended
+    EXPECT_EQ(3, agent.invokeBackend("sh -c 'printf \"a\\000b\"; exit 3'", output, "Test"));  // raw output is appended
     EXPECT_EQ(std::string("kept:a\0b", 8), output);
     EXPECT_EQ(127, agent.invokeBackend(PlatformRoot::path("/no/such/tool").c_str(), output, nullptr));
     EXPECT_EQ(-1, agent.invokeBackend(nullptr, output, nullptr));
     output.clear();
-    EXPECT_EQ(128 + SIGPIPE, agent.invokeBackend("kill -PIPE $$; echo survived", output, nullptr));
-    std::string probe = "test -e /proc/$$/fd/" + std::to_string(fd) + " && echo leaked; cat; echo done";
+    EXPECT_EQ(128 + SIGPIPE, agent.invokeBackend("sh -c 'kill -PIPE $$; echo survived'", output, nullptr));
+    // Shell syntax outside quotes is refused, never run.
+    EXPECT_EQ(-1, agent.invokeBackend("echo a; echo b", output, nullptr));
+    EXPECT_EQ("", output);
+    std::string probe = "sh -c 'test -e /proc/$$/fd/" + std::to_string(fd) + " && echo leaked; cat; echo done'";
     EXPECT_EQ(0, agent.invokeBackend(probe.c_str(), output, nullptr));  // cat reads /dev/null
     EXPECT_EQ("done\n", output);
     close(fd);
     signal(SIGPIPE, previous);
+}
+
+// The filters done in the server print what the shell pipelines printed
+// (the expected texts were taken from grep and awk).
+TEST(ToolFilterTest, MatchesThePipelines)
+{
+    const std::string grepAwk = "grep KEY | awk -F': ' '{print $2}'";
+    // input, key, separator ("" = awk's default), expected output of "grep key | awk ... '{print $2}'"
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+        {"virtual-eth-if: eth3\nasic-name: vorn\nvorn-mac: 00:25:b5:00:00:01\n", "vorn-mac", ": ",
+         "00:25:b5:00:00:01\n"},
+        {"x-virtual-eth-if: a\nvirtual-eth-if: b\n", "virtual-eth-if", ": ", "a\nb\n"},         // substring, every line
+        {"current-fw-version: 4.1(2a): build 7\n", "current-fw-version", ": ", "4.1(2a)\n"},    // separator in value
+        {"PCIe link width:   x16\nPCIe link width: x8", "PCIe link width", ":   ", "x16\n\n"},  // no final break
+        {"pwState 1\n  pwStateX   0  z\n", "pwState", "", "1\n0\n"},
+        {"key\n\nkey:\nkey: \n", "key", ": ", "\n\n\n"},  // no separator, nothing after it
+        {"other: 1\n", "missing", ": ", ""},
+        {"", "key", ": ", ""},
+    };
+    for (const auto& [input, key, separator, expected] : cases) {
+        EXPECT_EQ(expected, ToolFilter::field(ToolFilter::grep(input, key), separator, 2)) << grepAwk << " " << key;
+        ToolFilter chain;
+        chain.add({ToolFilter::Step::kGrep, key, 0});
+        chain.add({ToolFilter::Step::kField, separator, 2});
+        int status = 9;
+        EXPECT_EQ(expected, chain.apply(input, status));
+        EXPECT_EQ(0, status);  // awk's
+    }
+    EXPECT_EQ("eth0\neth1\n", ToolFilter::grep(ToolFilter::grep("---\neth0\n...\neth1", "---", true), "...", true));
+    EXPECT_EQ("4.1", ToolFilter::firstLine("4.1\n4.2\n"));
+    ToolFilter grepOnly;
+    grepOnly.add({ToolFilter::Step::kGrep, "description", 0});
+    int status = 0;
+    EXPECT_EQ("", grepOnly.apply("slot: 2\n", status));
+    EXPECT_EQ(1, status);  // grep's "nothing selected"
+}
+
+// Command lines split as the shell splits them; anything else is refused.
+TEST(ToolRunTest, SplitsCommandLines)
+{
+    using Words = std::vector<std::vector<std::string>>;
+    // line, programs (empty: refused), filter steps, 2>&1, input file
+    const std::tuple<std::string, Words, size_t, bool, std::string> cases[] = {
+        {"/opt/mptool -i eth0 00:25 vorn_getvnic \"eth0\" --display all yaml --detail",
+         {{"/opt/mptool", "-i", "eth0", "00:25", "vorn_getvnic", "eth0", "--display", "all", "yaml", "--detail"}},
+         0,
+         false,
+         ""},
+        {"/t -i e m vorn_add_vnic eth \"v 1\" /tmp/f 2>&1",
+         {{"/t", "-i", "e", "m", "vorn_add_vnic", "eth", "v 1", "/tmp/f"}},
+         0,
+         true,
+         ""},
+        {"/c -P 2|grep \"PCIe link width\"|awk -F\":   \" '{print $2}'", {{"/c", "-P", "2"}}, 2, false, ""},
+        {"sender get=pwState | outline | grep pwState | awk '{print $2}'",
+         {{"sender", "get=pwState"}, {"outline"}},
+         2,
+         false,
+         ""},
+        {"/c -L |/s  ", {{"/c", "-L"}, {"/s"}}, 0, false, ""},
+        {"/m vorn_list yaml|grep -v \"\\-\\-\\-\" |grep -v \"\\.\\.\\.\" ",
+         {{"/m", "vorn_list", "yaml"}},
+         2,
+         false,
+         ""},
+        {"/m a\\;b 'x\"y' \"p\\\"q\" < /tmp/in", {{"/m", "a;b", "x\"y", "p\"q"}}, 0, false, "/tmp/in"},
+        {"/c tftp://[::1]/f", {{"/c", "tftp://[::1]/f"}}, 0, false, ""},
+        {"/m a; rm x", {}, 0, false, ""},
+        {"/m $(id)", {}, 0, false, ""},
+        {"/m \"$HOME\"", {}, 0, false, ""},
+        {"/m `id`", {}, 0, false, ""},
+        {"/m a && /n", {}, 0, false, ""},
+        {"/m a || /n", {}, 0, false, ""},
+        {"/m 'open", {}, 0, false, ""},
+        {"/m a\nb", {}, 0, false, ""},
+        {"/m | grep \"a.*b\"", {}, 0, false, ""},  // a regular expression
+        {"/m | grep x | /n", {}, 0, false, ""},
+        {"grep x /etc/passwd", {}, 0, false, ""},
+        {"/m | awk '{print $2; system(\"id\")}'", {}, 0, false, ""},
+        {"X=1 /m", {}, 0, false, ""},
+        {"/m >> /tmp/f", {}, 0, false, ""},
+        {"/m & /n", {}, 0, false, ""},
+    };
+    for (const auto& [line, programs, filters, join, input] : cases) {
+        ToolRun::Command command;
+        bool ok = ToolRun::parse(line, command);
+        EXPECT_EQ(!programs.empty(), ok) << line;
+        if (ok) {
+            EXPECT_EQ(programs, command.programs) << line;
+            EXPECT_EQ(join, command.joinErrors) << line;
+            EXPECT_EQ(input, command.input) << line;
+            EXPECT_EQ(filters == 0, command.filter.empty()) << line;
+        }
+    }
 }
 
 }  // namespace

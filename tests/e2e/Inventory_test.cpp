@@ -121,6 +121,20 @@ TEST_F(InventoryE2E, ConnectionsShareOneCache)
     // Keeping and dropping the cache by the data version is the unit tests'.
 }
 
+// The card firmware of a PCI adapter is looked up once: a cached page starts
+// no process; an activation on the card shows in the next page.
+TEST_F(InventoryE2E, CachedCardFirmwareFollowsActivation)
+{
+    start();
+    auto started = [this] { return occurrences(root->readFile("/var/log/tlog"), "ToolRun.cpp"); };
+    ask("get=inventoryPCI");
+    size_t before = started();
+    EXPECT_NE(std::string::npos, ask("get=inventoryPCI").find("<fwVersion>4.5(1b)</fwVersion>"));
+    EXPECT_EQ(before, started());
+    EXPECT_NE(std::string::npos, ask("set=adapterActivate(2,1)").find("<status>ok</status>"));
+    EXPECT_NE(std::string::npos, ask("get=inventoryPCI").find("<fwVersion>4.4(2c)</fwVersion>"));
+}
+
 TEST_F(InventoryE2E, CollectionRunsToCompletion)
 {
     start();

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <map>
@@ -668,8 +669,22 @@ bool AIMStore::list(std::vector<std::pair<std::string, Value>>& properties)
     return true;
 }
 
+// A slow property service: "faults/delay" holds the milliseconds (at most a
+// minute) every service operation waits before it starts.
+static void waitIfSlow()
+{
+    std::string text;
+    if (PlatformRoot::faultText("aim", "delay", text)) {
+        long ms = strtol(text.c_str(), nullptr, 10);
+        if (ms > 0 && ms <= 60000) {
+            usleep(static_cast<useconds_t>(ms) * 1000);
+        }
+    }
+}
+
 bool AIMStore::fault(const char* kind, const char* name)
 {
+    waitIfSlow();
     std::string file = kind;
     if (name != nullptr) {
         std::string encoded;
@@ -951,6 +966,7 @@ AIMStore::Status AIMStore::raiseEvent(const int* kind, const char* name, const v
 int AIMStore::callFunction(const char* name, const void* in, int inLength, void* out, int outCapacity, int* outLength,
                            const int* timeout)
 {
+    waitIfSlow();
     if (outLength != nullptr) {
         *outLength = 0;
     }

@@ -1,10 +1,12 @@
 // ALog: a named log sink writing lines to a file and/or the console.
-// Thread-safe: many component logs on many threads write through one ALog;
-// each line is written under the log's mutex. Errors and warnings are
-// flushed at once; information and trace lines wait for flush(), which the
-// connection handler calls once per request (one write instead of one per
-// line). The ALog does not
-// own the FILE* it is given (the process keeps its log file open for life).
+// Thread-safe: many component logs on many threads write through one ALog.
+// A connection thread collects its lines (and its console() text) in a
+// buffer of its own, without a shared lock; errors and warnings leave at
+// once with what the thread collected before them, information and trace
+// lines at flush(), which the connection handler calls once per request
+// (one write per target, whole lines). Other threads write line by line. The ALog does not own the FILE* it is given
+// (the process keeps its log file open for life); it writes to its
+// descriptor.
 #pragma once
 
 #include <cstdarg>
@@ -39,7 +41,16 @@ public:
     // message does not end with one.
     void write(int level, const char* component, const char* message);
     void vlog(int level, const char* component, const char* format, va_list args);
+    // Writes what this thread collected (its lines of every ALog, and its
+    // console text).
     void flush();
+    // printf to standard output, collected with the calling thread's lines
+    // and written at its next flush (or error line): for the lines a request
+    // prints, which would otherwise take stdout's lock each.
+    static void console(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    // Whether the calling thread's lines wait for flush() (connection
+    // threads) or leave line by line (every other thread, the default).
+    static void collectLines(bool collect);
 
     // A log that writes nothing.
     static ALog& nullLog();
@@ -73,5 +84,4 @@ private:
     bool m_echo = false;
     bool m_timestamp = false;
     int m_level;
-    std::mutex m_mutex;
 };

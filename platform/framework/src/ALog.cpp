@@ -1,8 +1,10 @@
 #include "ALog.h"
 
 #include <sys/time.h>
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -165,19 +167,82 @@ void ALog::write(int level, const char* component, const char* message)
     writeLine(level, component, message, 0);
 }
 
+namespace {
+
+// What this thread's log lines and console text are waiting to leave: the
+// log file's (by descriptor) and the console's. Beyond the original, which
+// writes every line under one process-wide lock (and localtime's): a
+// connection thread collects its request's lines without any shared lock
+// and hands them over in one write per target at flush(), so connections
+// never wait for each other's logging.
+struct Pending {
+    int fileFd = -1;
+    std::string file;
+    std::string console;
+    bool collect = false;        // a connection thread: lines wait for flush()
+    long long stampSecond = -1;  // the second `stampText` shows
+    char stampText[24] = "";
+};
+thread_local Pending t_pending;
+
+void writeAll(int fd, const std::string& text)
+{
+    size_t done = 0;
+    while (done < text.size()) {
+        ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return;
+        }
+        done += static_cast<size_t>(n);
+    }
+}
+
+// Hands this thread's pending text over. The console text follows whatever
+// the process printed through stdio before (fflush keeps the order).
+void flushPending()
+{
+    Pending& p = t_pending;
+    if (!p.file.empty() && p.fileFd >= 0) {
+        writeAll(p.fileFd, p.file);
+    }
+    p.file.clear();
+    if (!p.console.empty()) {
+        fflush(stdout);
+        writeAll(STDOUT_FILENO, p.console);
+        p.console.clear();
+    }
+    // The buffers are given back: an idle connection keeps nothing of its
+    // request's lines.
+    std::string().swap(p.file);
+    std::string().swap(p.console);
+}
+
+const size_t kPendingLimit = 16 * 1024;  // more than this leaves at once
+
+}  // namespace
+
 void ALog::writeLine(int level, const char* component, const char* message, size_t keepLeadingLineEnds)
 {
     if (!isEnabled(level) || message == nullptr) {
         return;
     }
+    Pending& p = t_pending;
     char stamp[40] = "";
     if (m_timestamp) {
         struct timeval tv;
         gettimeofday(&tv, nullptr);
-        struct tm tmv;
-        localtime_r(&tv.tv_sec, &tmv);
-        size_t len = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tmv);
-        snprintf(stamp + len, sizeof stamp - len, ".%03ld ", static_cast<long>(tv.tv_usec / 1000));
+        // The date and time of a second are formatted once per thread (the
+        // local-time conversion takes a process-wide lock).
+        if (static_cast<long long>(tv.tv_sec) != p.stampSecond) {
+            struct tm tmv;
+            localtime_r(&tv.tv_sec, &tmv);
+            strftime(p.stampText, sizeof p.stampText, "%Y-%m-%d %H:%M:%S", &tmv);
+            p.stampSecond = static_cast<long long>(tv.tv_sec);
+        }
+        snprintf(stamp, sizeof stamp, "%.23s.%03d ", p.stampText, static_cast<int>(tv.tv_usec / 1000 % 1000));
     }
     // One message is one line: line ends and other control characters
     // inside it (a request text, a tool's output) are written as escapes.
@@ -185,29 +250,60 @@ void ALog::writeLine(int level, const char* component, const char* message, size
     const std::string text = std::string(lead, '\n') + escapeControls(message + lead, true);
     const char* eol = (!text.empty() && text.back() == '\n') ? "" : "\n";
     const char* comp = component != nullptr ? component : "";
+    std::string line;
+    line.reserve(text.size() + m_name.size() + strlen(comp) + 48);
+    line.append(stamp).append(m_name).append(" ").append(levelName(level)).append(" ").append(comp).append(": ");
+    line.append(text).append(eol);
 
-    std::lock_guard<std::mutex> lock(m_mutex);
     if (m_file != nullptr) {
-        fprintf(m_file, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, text.c_str(), eol);
-        if (level <= kWarning) {
-            fflush(m_file);
+        int fd = fileno(m_file);
+        if (p.fileFd != fd && !p.file.empty()) {
+            flushPending();
         }
+        p.fileFd = fd;
+        p.file += line;
     }
     if (m_echo) {
-        fprintf(stdout, "%s%s %s %s: %s%s", stamp, m_name.c_str(), levelName(level), comp, text.c_str(), eol);
-        if (level <= kWarning) {
-            fflush(stdout);
-        }
+        p.console += line;
+    }
+    if (!p.collect || level <= kWarning || p.file.size() + p.console.size() > kPendingLimit) {
+        flushPending();
+    }
+}
+
+void ALog::collectLines(bool collect)
+{
+    t_pending.collect = collect;
+    if (!collect) {
+        flushPending();
+    }
+}
+
+void ALog::console(const char* format, ...)
+{
+    char small[512];
+    va_list args;
+    va_start(args, format);
+    int n = vsnprintf(small, sizeof small, format, args);
+    va_end(args);
+    if (n < 0) {
+        return;
+    }
+    if (static_cast<size_t>(n) < sizeof small) {
+        t_pending.console.append(small, static_cast<size_t>(n));
+    } else {
+        std::vector<char> big(static_cast<size_t>(n) + 1);
+        va_start(args, format);
+        vsnprintf(big.data(), big.size(), format, args);
+        va_end(args);
+        t_pending.console.append(big.data(), static_cast<size_t>(n));
+    }
+    if (!t_pending.collect || t_pending.console.size() > kPendingLimit) {
+        flushPending();
     }
 }
 
 void ALog::flush()
 {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_file != nullptr) {
-        fflush(m_file);
-    }
-    if (m_echo) {
-        fflush(stdout);
-    }
+    flushPending();
 }

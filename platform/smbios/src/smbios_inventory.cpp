@@ -4,12 +4,14 @@
 #include "smbios_inventory.h"
 
 #include <cjson/cJSON.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,7 @@ std::string readFile(const std::string& path)
 struct Host {
     cJSON* root = nullptr;
     Host() { root = cJSON_Parse(readFile(PlatformRoot::path(kHostFile)).c_str()); }
+    explicit Host(cJSON* parsed) : root(parsed) {}
     ~Host() { cJSON_Delete(root); }
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
@@ -340,12 +343,50 @@ extern "C" {
 
 int GetSmBiosDataVersion(int* length, int capacity, const void* input, void* output)
 {
-    Host host;
-    std::vector<unsigned char> bytes(1, static_cast<unsigned char>(number(host.root, "version")));
-    if (host.root == nullptr) {
+    // Every inventory pass, cached or not, asks for the version: it is read
+    // from the host description only when that file changed (its path,
+    // inode, size or modification time), not parsed at every call. An edit
+    // is seen at the next call.
+    struct VersionCache {
+        std::mutex mutex;
+        std::string key;
+        bool present = false;
+        long version = 0;
+    };
+    static VersionCache* cache = new VersionCache();  // never destroyed: used by threads until exit
+    const std::string path = PlatformRoot::path(kHostFile);
+    struct stat st;
+    std::string key;
+    if (stat(path.c_str(), &st) == 0) {
+        key = path + "|" + std::to_string(st.st_ino) + "|" + std::to_string(st.st_size) + "|" +
+              std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
+    }
+    bool present = false;
+    long version = 0;
+    bool known = false;
+    {
+        std::lock_guard<std::mutex> lock(cache->mutex);
+        if (!key.empty() && key == cache->key) {
+            present = cache->present;
+            version = cache->version;
+            known = true;
+        }
+    }
+    if (!known) {
+        Host parsed;
+        present = parsed.root != nullptr;
+        version = number(parsed.root, "version");
+        std::lock_guard<std::mutex> lock(cache->mutex);
+        cache->key = key;
+        cache->present = present;
+        cache->version = version;
+    }
+    if (!present) {
         return -1;  // no host description: no tables to version
     }
-    return answer("GetSmBiosDataVersion", host, bytes, length, capacity, output);
+    std::vector<unsigned char> bytes(1, static_cast<unsigned char>(version));
+    Host none(nullptr);  // the version call is never delayed: no description needed
+    return answer("GetSmBiosDataVersion", none, bytes, length, capacity, output);
 }
 
 int GetCPUItems(int* length, int capacity, const void* input, void* output)
