@@ -148,19 +148,9 @@ TEST_F(AdapterAgentTest, ParsedFields)
 TEST_F(AdapterAgentTest, HostileTextRunsNothing)
 {
     const std::string canary = h.root().path("/tmp/canary");
-    const std::string hostile[] = {"a;touch " + canary,
-                                   "$(touch " + canary + ")",
-                                   "`touch " + canary + "`",
-                                   "a\"b",
-                                   "a\x01b",
-                                   "a\x7f",
-                                   "$HOME",
-                                   "..\\x",
-                                   "a>b",
-                                   "-rf",
-                                   "a|b",
-                                   "a'b",
-                                   std::string(4096, 'a')};
+    // the character rules themselves are the safe-execution tests'; here:
+    // every form checks, a leading dash and an over-long text included
+    const std::string hostile[] = {"a;touch " + canary, "-rf", std::string(4096, 'a')};
     const char* forms[][2] = {{"enic", "[2 %]"},
                               {"iscsiBoot", "[2 %]"},
                               {"usnicConfig", "[2 %]"},

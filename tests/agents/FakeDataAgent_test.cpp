@@ -134,15 +134,10 @@ TEST_F(Canned, SampleHostMatchesTheSimulatedController)
     }
     const std::tuple<const char*, const char*, const char*> cases[] = {
         {"sysProductName", "product_name", "   <sysProductName>%s</sysProductName>"},
-        {"sysSerialNum", "serial_number", "   <sysSerialNum>%s</sysSerialNum>"},
         {"hostname", "net_hostname", "   <hostname>%s</hostname>"},
-        {"fwVersion", "fw_version", "   <fwVersion>%s</fwVersion>"},
         {"sshPort", "pm_int_ssh_port", "    <sshPort>%s</sshPort>"},
-        {"kvmPort", "rp_int_apcp_port", "    <kvmPort>%s</kvmPort>"},
-        {"v4DNS1", "net_dns1", "    <v4DNS1>%s</v4DNS1>"},
         {"macAddr", "net_mac", "\t\t <macAddr>%s</macAddr>"},
         {"v4IPAddr", "net_ipv4_address", "\t\t <v4IPAddr>%s</v4IPAddr>"},
-        {"v4Gateway", "net_ipv4_gateway", "\t\t <v4Gateway>%s</v4Gateway>"},
     };
     for (const auto& [name, property, shape] : cases) {
         ASSERT_EQ(1u, defaults.count(property)) << property;

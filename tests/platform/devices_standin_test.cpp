@@ -4,8 +4,6 @@
 // N" cuts the output to N bytes.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include "TestRoot.h"
 #include "smbios_devices.h"
 
@@ -13,23 +11,14 @@ TEST(DevicesStandIn, CapacityAndShortOutputOfTheDeviceCalls)
 {
     TestRoot root(true);
     unsigned char out[SMBIOS_DISKS_SIZE];
-    const struct {
-        const char* call;
-        int (*fn)(int*, int, const void*, void*);
-        int size;
-    } calls[] = {{"DisksInfoGet", DisksInfoGet, SMBIOS_DISKS_SIZE}};
-    for (const auto& c : calls) {
-        int length = 0;
-        EXPECT_EQ(c.fn(&length, c.size - 1, nullptr, out), SMBIOS_DEV_CAPACITY) << c.call;
-        EXPECT_EQ(c.fn(&length, c.size, nullptr, nullptr), SMBIOS_DEV_CAPACITY) << c.call;
-        EXPECT_EQ(c.fn(&length, c.size, nullptr, out), 0) << c.call;
-        EXPECT_EQ(length, c.size) << c.call;
-        const std::string fault = std::string("/var/smbios/faults/") + c.call;
-        root.writeFile(fault, "short 3");
-        EXPECT_EQ(c.fn(&length, c.size, nullptr, out), 0) << c.call;
-        EXPECT_EQ(length, 3) << c.call;
-        unlink(root.path(fault).c_str());
-    }
+    int length = 0;
+    EXPECT_EQ(DisksInfoGet(&length, SMBIOS_DISKS_SIZE - 1, nullptr, out), SMBIOS_DEV_CAPACITY);
+    EXPECT_EQ(DisksInfoGet(&length, SMBIOS_DISKS_SIZE, nullptr, nullptr), SMBIOS_DEV_CAPACITY);
+    EXPECT_EQ(DisksInfoGet(&length, SMBIOS_DISKS_SIZE, nullptr, out), 0);
+    EXPECT_EQ(length, SMBIOS_DISKS_SIZE);
+    root.writeFile("/var/smbios/faults/DisksInfoGet", "short 3");
+    EXPECT_EQ(DisksInfoGet(&length, SMBIOS_DISKS_SIZE, nullptr, out), 0);
+    EXPECT_EQ(length, 3);
     // The TPM call fills one structure, the library's; none is refused.
     EXPECT_EQ(GetTPMInfo(nullptr), SMBIOS_DEV_CAPACITY);
 }

@@ -1,5 +1,7 @@
-// The SMBIOS inventory stand-in: records packed from the host description
-// byte for byte, capacity checks, fault files and count overrides.
+// The SMBIOS inventory stand-in, where the server's tests do not reach it:
+// detail ranges, statistics cut to the capacity, capacity checks, fault
+// files and a missing host (the packed records themselves are checked by
+// the inventory tests' replies).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,13 +17,8 @@ typedef int (*Call)(int*, int, const void*, void*);
 
 const char kHost[] = R"({
   "version": 7,
-  "processors": [{"socket": "CPU1", "threads": 40, "cores": 20, "status": "Populated, Enabled",
-                  "family": "0123456789012345678901234567890123456789ABCD"}],
   "dimms": [{"name": "DIMM_A1"}, {"name": "DIMM_A2"}, {"name": "DIMM_B1"}],
-  "pcie": [{"vendor": "0x8086", "device": 4489, "slot": "SlotID:3", "optionRom": 1}],
-  "system": {"uuid": "00112233-4455-6677-8899-AABBCCDDEEFF"},
-  "memoryStats": [{"id": 1, "temperature": "30 C"}, {"id": 2}, {"id": 1}],
-  "counts": {"GetMacAddressItems": 5}
+  "memoryStats": [{"id": 1, "temperature": "30 C"}, {"id": 2}, {"id": 1}]
 })";
 
 class Smbios : public testing::Test {
@@ -43,46 +40,8 @@ protected:
     TestRoot root;
 };
 
-TEST_F(Smbios, PacksRecordsByteForByte)
+TEST_F(Smbios, RangesAndStatistics)
 {
-    std::vector<unsigned char> out;
-    ASSERT_EQ(0, run(GetCPUInfo, SMBIOS_CPU_RECORD_SIZE, out));
-    ASSERT_EQ(static_cast<size_t>(SMBIOS_CPU_RECORD_SIZE), out.size());
-    EXPECT_EQ(0, memcmp(out.data(), "CPU1\0\0", 6));
-    EXPECT_EQ(40, out[172]);
-    EXPECT_EQ(20, out[308]);
-    // A family of 44 characters fills its field without a terminator.
-    EXPECT_EQ('D', out[171]);
-    EXPECT_EQ(0, memcmp(&out[128], "0123", 4));
-
-    ASSERT_EQ(0, run(GetPCIeAdapters, SMBIOS_PCIE_RECORD_SIZE, out));
-    const unsigned char ids[] = {0x80, 0x86, 0x11, 0x89};
-    EXPECT_EQ(0, memcmp(out.data(), ids, sizeof ids));  // big-endian
-    EXPECT_EQ(0, memcmp(&out[80], "SlotID:3", 9));
-    EXPECT_EQ(1, out[208]);
-
-    ASSERT_EQ(0, run(GetSystemInfo, SMBIOS_SYSTEM_RECORD_SIZE, out));
-    EXPECT_EQ(0x00, out[SMBIOS_SYSTEM_UUID_OFFSET]);
-    EXPECT_EQ(0x11, out[SMBIOS_SYSTEM_UUID_OFFSET + 1]);
-    EXPECT_EQ(0xFF, out[SMBIOS_SYSTEM_UUID_OFFSET + 15]);
-
-    ASSERT_EQ(0, run(GetSmBiosDataVersion, 1, out));
-    EXPECT_EQ(std::vector<unsigned char>{7}, out);
-}
-
-TEST_F(Smbios, CountsAndRanges)
-{
-    const struct {
-        Call call;
-        int expected;
-    } counts[] = {{GetCPUItems, 1}, {GetMemoryItems, 3}, {GetPCIeItems, 1}, {GetMacAddressItems, 5}};
-    for (const auto& c : counts) {
-        std::vector<unsigned char> out;
-        ASSERT_EQ(0, run(c.call, 4, out));
-        int value = 0;
-        memcpy(&value, out.data(), 4);
-        EXPECT_EQ(c.expected, value);
-    }
     // Memory detail from index 1, two records.
     std::vector<unsigned char> out;
     int range[2] = {1, 2};

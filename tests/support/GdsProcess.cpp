@@ -1,12 +1,8 @@
 #include "GdsProcess.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
@@ -18,25 +14,9 @@
 
 #include "GDSClient.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
-
-namespace {
-int boundSocket(int& port)
-{
-    int s = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr;
-    memset(&addr, 0, sizeof addr);
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
-    port = ntohs(addr.sin_port);
-    return s;
-}
-}  // namespace
 
 GdsProcess::GdsProcess(TestRoot& root) : m_root(root) {}
 
@@ -47,8 +27,8 @@ GdsProcess::~GdsProcess()
 
 void GdsProcess::freePorts(int& a, int& b)
 {
-    int s1 = boundSocket(a);
-    int s2 = boundSocket(b);
+    int s1 = listenOnLoopback(a);
+    int s2 = listenOnLoopback(b);
     close(s1);
     close(s2);
 }
@@ -105,15 +85,9 @@ bool GdsProcess::waitForPort(int port, int timeoutMs)
         if (!isRunning()) {
             return false;
         }
-        int s = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in addr;
-        memset(&addr, 0, sizeof addr);
-        addr.sin_family = AF_INET;
-        addr.sin_port = htons(static_cast<uint16_t>(port));
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int rc = connect(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-        close(s);
-        if (rc == 0) {
+        int s = connectTo(port);
+        if (s >= 0) {
+            close(s);
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
