@@ -13,6 +13,7 @@
 #include "DataHandler.h"
 #include "InventoryAgent.h"
 #include "ProcessingException.h"
+#include "RawWire.h"
 #include "ReplyText.h"
 #include "RequestToken.h"
 #include "smbios_inventory.h"
@@ -359,22 +360,19 @@ protected:
 TEST_F(Upload, RecordsWhatItSends)
 {
     // The upload runs in the background; wait for its record.
-    auto waitFor = [&](size_t uploads) {
-        for (int i = 0; i < 600 && occurrences(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads;
-             i++) {
-            usleep(50000);
-        }
+    auto logged = [&](size_t uploads) {
+        waitFor([&] { return occurrences(h.root().readFile("/var/inventory-upload.log"), "upload") == uploads; }, 30);
         return h.root().readFile("/var/inventory-upload.log");
     };
     EXPECT_EQ("", upload({"tftp", "10.0.0.5", "/inv", "user", "pa$s;1"}));
     EXPECT_EQ(
         "upload\n  -ip\n  10.0.0.5\n  -path\n  /inv\n  -protocol\n  tftp\n  -username\n  user\n  -password\n"
         "  pa$s;1\n",
-        waitFor(1));
+        logged(1));
     // A user name without a password (or the reverse) uploads without credentials.
     EXPECT_EQ("", upload({"sftp", "fe80::1", "/a/b.txt", "user"}));
     EXPECT_EQ("", upload({"http", "backup.example.com", "/x", "", "secret"}));
-    std::string log = waitFor(3);
+    std::string log = logged(3);
     EXPECT_EQ(3u, occurrences(log, "upload\n"));
     EXPECT_EQ(1u, occurrences(log, "-username"));
     EXPECT_EQ(

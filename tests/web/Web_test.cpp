@@ -100,11 +100,7 @@ protected:
             execvp(argv[0], argv.data());
             _exit(127);
         }
-        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10 * ProjectBinary::slowdown());
-        while (!Raw(port).ok()) {
-            ASSERT_LT(std::chrono::steady_clock::now(), until) << output();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        ASSERT_TRUE(waitFor([this] { return Raw(port).ok(); }, 10)) << output();
     }
     void TearDown() override
     {
