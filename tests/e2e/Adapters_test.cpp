@@ -297,17 +297,15 @@ TEST_F(Adapters, SetChecks)
 // before any card tool, card call or power call runs.
 TEST_F(Adapters, NonNumbersRunNothing)
 {
-    const char* const requests[] = {
-        "adapterStandby(2,x)",
-        "adapterStandby(2,0,x)",
-        "uplinkSpeed(2,x,1Gbps)",
-        "linkTraining(2,x,on)",
-        "adapterConfig(2,x)",
-        "createFnicChild(2,BootTable,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,x)",
-        "adapterActivate(x,2)",
-        "adapterUpdate(local,192.0.2.9,/fw.bin,x,2)",
-        "adapterUpdate(tftp,192.0.2.9,/fw.bin,u,p,x,2)",
-    };
+    const char* const requests[] = {"adapterStandby(2,x)",
+                                    "adapterStandby(2,0,x)",
+                                    "uplinkSpeed(2,x,1Gbps)",
+                                    "linkTraining(2,x,on)",
+                                    "adapterConfig(2,x)",
+                                    "createFnicChild(2,BootTable,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,x)",
+                                    "adapterActivate(x,2)",
+                                    "adapterUpdate(local,192.0.2.9,/fw.bin,x,2)",
+                                    "adapterUpdate(tftp,192.0.2.9,/fw.bin,u,p,x,2)"};
     const char* const records[] = {"/var/cards/commands.log", "/var/cardcfg/calls", "/var/power/calls"};
     // card actions run through the safe-execution runner (the BIOS token
     // work runs its own commands there at the same time)
