@@ -147,16 +147,12 @@ TEST_F(AdapterAgentTest, HostileTextRunsNothing)
     // every form checks, a leading dash and an over-long text included
     const std::string hostile[] = {"a;touch " + canary, "-rf", std::string(4096, 'a')};
     // name, then the argument with % where the text goes
-    const char* forms[] = {"enic [2 %]",
-                           "iscsiBoot [2 %]",
-                           "usnicConfig [2 %]",
-                           "ptsEnic [2 %]",
-                           "fnic [2 %]",
-                           "fnicChild [2 BootTable %]",
-                           "adapterChild [2 Uplink %]",
-                           "portProfileExists [2 0 %]",
-                           "channelStatus [2 0 % 5]",
-                           "channelStatus [2 0 eth0 %]"};
+    // clang-format off
+    const char* forms[] = {
+        "enic [2 %]", "iscsiBoot [2 %]", "usnicConfig [2 %]", "ptsEnic [2 %]", "fnic [2 %]",
+        "fnicChild [2 BootTable %]", "adapterChild [2 Uplink %]", "portProfileExists [2 0 %]",
+        "channelStatus [2 0 % 5]", "channelStatus [2 0 eth0 %]"};
+    // clang-format on
     for (const std::string& text : hostile) {
         for (const std::string form : forms) {
             std::string name = form.substr(0, form.find(' ')), extra = form.substr(form.find(' ') + 1);
