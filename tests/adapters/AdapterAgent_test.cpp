@@ -5,13 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
 #include <thread>
 
 #include "AIMClient.h"
 #include "AdapterAgent.h"
 #include "AgentHarness.h"
 #include "ProcessingException.h"
+#include "ReplyText.h"
 #include "XmlCheck.h"
 
 namespace {
@@ -66,15 +66,10 @@ protected:
         }
         return "";
     }
-    int listings() { return countLines("cardutil -L"); }
-    int countLines(const std::string& text)
+    // How often the card listing ran.
+    int listings()
     {
-        std::ifstream log(h.root().path("/var/cards/commands.log"));
-        int n = 0;
-        for (std::string line; std::getline(log, line);) {
-            n += line == text;
-        }
-        return n;
+        return static_cast<int>(occurrences("\n" + h.root().readFile("/var/cards/commands.log"), "\ncardutil -L\n"));
     }
     void setNetMode(int mode, int slot)
     {
@@ -151,22 +146,18 @@ TEST_F(AdapterAgentTest, HostileTextRunsNothing)
     // the character rules themselves are the safe-execution tests'; here:
     // every form checks, a leading dash and an over-long text included
     const std::string hostile[] = {"a;touch " + canary, "-rf", std::string(4096, 'a')};
-    const char* forms[][2] = {{"enic", "[2 %]"},
-                              {"iscsiBoot", "[2 %]"},
-                              {"usnicConfig", "[2 %]"},
-                              {"ptsEnic", "[2 %]"},
-                              {"fnic", "[2 %]"},
-                              {"fnicChild", "[2 BootTable %]"},
-                              {"adapterChild", "[2 Uplink %]"},
-                              {"portProfileExists", "[2 0 %]"},
-                              {"channelStatus", "[2 0 % 5]"},
-                              {"channelStatus", "[2 0 eth0 %]"}};
+    // name, then the argument with % where the text goes
+    // clang-format off
+    const char* forms[] = {
+        "enic [2 %]", "iscsiBoot [2 %]", "usnicConfig [2 %]", "ptsEnic [2 %]", "fnic [2 %]",
+        "fnicChild [2 BootTable %]", "adapterChild [2 Uplink %]", "portProfileExists [2 0 %]",
+        "channelStatus [2 0 % 5]", "channelStatus [2 0 eth0 %]"};
+    // clang-format on
     for (const std::string& text : hostile) {
-        for (auto& form : forms) {
-            std::string extra = form[1];
+        for (const std::string form : forms) {
+            std::string name = form.substr(0, form.find(' ')), extra = form.substr(form.find(' ') + 1);
             extra.replace(extra.find('%'), 1, text);
-            std::string message = getError(form[0], extra);
-            EXPECT_EQ(std::string("Invalid characters in an argument of ") + form[0], message) << extra;
+            EXPECT_EQ("Invalid characters in an argument of " + name, getError(name, extra)) << extra;
         }
     }
     EXPECT_FALSE(h.root().exists("/tmp/canary"));

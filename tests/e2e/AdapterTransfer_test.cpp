@@ -9,6 +9,7 @@
 
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
 #include "ReplyText.h"
 #include "TestRoot.h"
 
@@ -44,13 +45,8 @@ protected:
     // Polls until a card's update status holds `text` (false after about a minute).
     bool waitStatus(int slot, const std::string& text)
     {
-        for (int i = 0; i < 600 * ProjectBinary::slowdown(); ++i) {
-            if (root.readFile("/var/cards/" + std::to_string(slot) + "/fwstatus").find(text) != std::string::npos) {
-                return true;
-            }
-            usleep(100000);
-        }
-        return false;
+        const std::string file = "/var/cards/" + std::to_string(slot) + "/fwstatus";
+        return waitFor([&] { return root.readFile(file).find(text) != std::string::npos; }, 60);
     }
     void expectNothingLeft(const std::string& context)
     {

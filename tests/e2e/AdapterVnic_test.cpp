@@ -121,16 +121,14 @@ TEST_F(AdapterVnic, HostileTextRunsNothing)
 {
     const std::string canary = root.path("/tmp/canary");
     const std::string hostile[] = {"$(touch " + canary + ")", "9000\nvlan 5", std::string(300, 'n')};
+    // clang-format off
     const std::string forms[] = {
-        "enicIndex:2/eth5,action:modify,mtu:%",
-        "enicIndex:2/eth0,action:iscsiBootConfigure,initiator-priority:%",
+        "enicIndex:2/eth5,action:modify,mtu:%", "enicIndex:2/eth0,action:iscsiBootConfigure,initiator-priority:%",
         "enicIndex:2/eth0,action:usnicConfigure,usnic-count:%",
         std::string("createFnicChild(2,BootTable,%,1,") + kWwpn + ",3)",
         std::string("createFnicChild(2,BootTable,fc0,%,") + kWwpn + ",3)",
-        "createFnicChild(2,BootTable,fc0,1,%,3)",
-        "fnicBTIndex:2/fc0/%",
-        "fnicBTIndex:2/fc0/1,boot-lun-id:%",
-    };
+        "createFnicChild(2,BootTable,fc0,1,%,3)", "fnicBTIndex:2/fc0/%", "fnicBTIndex:2/fc0/1,boot-lun-id:%"};
+    // clang-format on
     ask("set=deleteVnic(2,nothing)");  // lists the cards once
     size_t before = mptoolRuns();
     for (const std::string& text : hostile) {

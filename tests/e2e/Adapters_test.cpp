@@ -270,17 +270,13 @@ TEST_F(Adapters, SetChecks)
     // hostile texts run nothing
     const std::string canary = root.path("/tmp/canary");
     const std::string hostile[] = {"$(touch " + canary + ")", "-x"};
-    const char* forms[] = {"deleteVnic(2,%)",
-                           "iscsiBootDelete(2,%)",
-                           "clearPersistentBindings(2,%)",
-                           "deleteFnicChild(2,BootTable,%,1)",
-                           "deleteFnicChild(2,BootTable,fc0,%)",
-                           "linkTraining(2,0,%)",
-                           "enicIndex:2/%,action:create",
-                           "enicIndex:2/eth5,action:create,%:1",
-                           "enicIndex:2/eth5,action:create,mtu:%",
-                           "fnicBTIndex:2/%/1",
-                           "adapterIndex:2,lldp:%"};
+    // clang-format off
+    const char* forms[] = {
+        "deleteVnic(2,%)", "iscsiBootDelete(2,%)", "clearPersistentBindings(2,%)", "deleteFnicChild(2,BootTable,%,1)",
+        "deleteFnicChild(2,BootTable,fc0,%)", "linkTraining(2,0,%)", "enicIndex:2/%,action:create",
+        "enicIndex:2/eth5,action:create,%:1", "enicIndex:2/eth5,action:create,mtu:%", "fnicBTIndex:2/%/1",
+        "adapterIndex:2,lldp:%"};
+    // clang-format on
     for (const std::string& text : hostile) {
         for (const char* form : forms) {
             std::string request = form;
@@ -297,17 +293,13 @@ TEST_F(Adapters, SetChecks)
 // before any card tool, card call or power call runs.
 TEST_F(Adapters, NonNumbersRunNothing)
 {
+    // clang-format off
     const char* const requests[] = {
-        "adapterStandby(2,x)",
-        "adapterStandby(2,0,x)",
-        "uplinkSpeed(2,x,1Gbps)",
-        "linkTraining(2,x,on)",
-        "adapterConfig(2,x)",
-        "createFnicChild(2,BootTable,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,x)",
-        "adapterActivate(x,2)",
-        "adapterUpdate(local,192.0.2.9,/fw.bin,x,2)",
-        "adapterUpdate(tftp,192.0.2.9,/fw.bin,u,p,x,2)",
-    };
+        "adapterStandby(2,x)", "adapterStandby(2,0,x)", "uplinkSpeed(2,x,1Gbps)", "linkTraining(2,x,on)",
+        "adapterConfig(2,x)", "createFnicChild(2,BootTable,fc0,2,50\\:06\\:01\\:60\\:3b\\:e0\\:11\\:22,x)",
+        "adapterActivate(x,2)", "adapterUpdate(local,192.0.2.9,/fw.bin,x,2)",
+        "adapterUpdate(tftp,192.0.2.9,/fw.bin,u,p,x,2)"};
+    // clang-format on
     const char* const records[] = {"/var/cards/commands.log", "/var/cardcfg/calls", "/var/power/calls"};
     // card actions run through the safe-execution runner (the BIOS token
     // work runs its own commands there at the same time)

@@ -128,13 +128,7 @@ protected:
     // gtest assertions belong on the main thread.
     void drive(const Workload& w, int t)
     {
-        GDSClient::Options o;
-        o.layout = w.nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
-        o.port = w.nxtGen ? gds.nxtGenPort() : gds.legacyPort();
-        o.privileges = w.privileges;
-        o.connectTimeoutMs = 3000 * ProjectBinary::slowdown();
-        o.replyTimeoutMs = 10000 * ProjectBinary::slowdown();
-        GDSClient client(o);
+        GDSClient client(gds.options(w.nxtGen, w.privileges));
         for (int i = 0; i < kRequestsPerThread; ++i) {
             std::string request = w.request(t, i);
             try {

@@ -81,10 +81,7 @@ TEST(ConnectionBudget, ThousandIdleConnectionsFitInOneGiB)
     }
     ASSERT_TRUE(gds.start()) << gds.output();
 
-    GDSClient::Options options;
-    options.port = gds.legacyPort();
-    options.connectTimeoutMs = 3000 * ProjectBinary::slowdown();
-    options.replyTimeoutMs = 10000 * ProjectBinary::slowdown();
+    const GDSClient::Options options = gds.options();
     // Each connection is asked once, so that it surely has its own thread,
     // and then stays open and idle. One at a time: the listening sockets'
     // backlog is 5, and a client that runs far ahead of the accept loop waits

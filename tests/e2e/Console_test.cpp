@@ -30,12 +30,11 @@ protected:
 
 TEST_F(Console, PrivilegeMatrix)
 {
-    const char* requests[] = {"viewer.jnlp(192.0.2.10@0@c@443@17@4@s)",
-                              "bootCapture.jnlp(192.0.2.10@0@c@443@17@4@s)",
-                              "kvm.jnlp(192.0.2.10@u@p)",
-                              "get=genComputeTokens(17@4)",
-                              "set=videoBootCapture(1,0)",
-                              "set=sshTimeout:600"};
+    // clang-format off
+    const char* requests[] = {
+        "viewer.jnlp(192.0.2.10@0@c@443@17@4@s)", "bootCapture.jnlp(192.0.2.10@0@c@443@17@4@s)",
+        "kvm.jnlp(192.0.2.10@u@p)", "get=genComputeTokens(17@4)", "set=videoBootCapture(1,0)", "set=sshTimeout:600"};
+    // clang-format on
     // What each reply begins with ("" : no reply data at all).
     const std::string doc = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<jnlp codebase=\"https://192.0.2.10:443/*\"";
     const std::string tokens = "<root><tmpAuthName>vkvm-", ok = "<root><status>ok</status>\n</root>\n";

@@ -67,11 +67,7 @@ protected:
 
     std::string ask(const std::string& text, bool nxtGen = false)
     {
-        GDSClient::Options o;
-        o.layout = nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
-        o.port = nxtGen ? gds.nxtGenPort() : gds.legacyPort();
-        o.replyTimeoutMs = 10000;
-        GDSClient client(o);
+        GDSClient client(gds.options(nxtGen));
         client.connect();
         return client.request(text).text;
     }

@@ -12,6 +12,7 @@
 
 #include "GDSClient.h"
 #include "GdsProcess.h"
+#include "RawWire.h"
 #include "ReplyText.h"
 #include "TestRoot.h"
 #include "XmlCheck.h"
@@ -195,9 +196,7 @@ TEST_F(InventoryE2E, UploadChecksEveryArgument)
     }
     EXPECT_EQ("<root><status>error</status><errorMsg>Insufficient privileges</errorMsg></root>",
               ask("set=inventoryUpload(tftp,10.0.0.5,/inv)", 0x01));
-    for (int i = 0; i < 600 && root->readFile("/var/inventory-upload.log").empty(); i++) {
-        usleep(50000);
-    }
+    waitFor([this] { return !root->readFile("/var/inventory-upload.log").empty(); }, 30);
     usleep(200000);
     EXPECT_EQ(
         "upload\n  -ip\n  10.0.0.5\n  -path\n  /inv\n  -protocol\n  tftp\n  -username\n  user\n  -password\n"

@@ -29,20 +29,11 @@ protected:
         ASSERT_TRUE(gds.start()) << gds.output();
     }
 
-    GDSClient::Options options(bool nxtGen)
-    {
-        GDSClient::Options o;
-        o.layout = nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
-        o.port = nxtGen ? gds.nxtGenPort() : gds.legacyPort();
-        o.replyTimeoutMs = 5000;
-        return o;
-    }
-
     // The server answers a normal request on both ports.
     void expectServing()
     {
         for (bool nxtGen : {false, true}) {
-            GDSClient client(options(nxtGen));
+            GDSClient client(gds.options(nxtGen));
             client.connect();
             EXPECT_EQ("<root><status>ok</status>\n</root>\n", client.request("get=").text) << nxtGen;
         }
@@ -55,11 +46,11 @@ protected:
 TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
 {
     // A stalled peer and peers vanishing mid-reply stop nothing either.
-    GDSClient stalled(options(false));
+    GDSClient stalled(gds.options(false));
     stalled.connect();
     stalled.sendRaw(be32(100) + be32(0) + "BEEF" + "only part");  // never finished
     for (int i = 0; i < 5; ++i) {
-        GDSClient client(options(false));
+        GDSClient client(gds.options(false));
         client.connect();
         client.sendRaw(client.frame("get=testEcho(" + std::string(6000, 'z') + ")"));
         client.close();  // before the reply is read
@@ -83,7 +74,7 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
          be32(9000) + json("{\"Magic\":\"BEEF\",\"Privilege\":127,\"Command\":\"set=testEcho:afterRefusal\"}"), false},
     };
     for (const auto& [what, nxtGen, bytes, halfClose] : cases) {
-        GDSClient client(options(nxtGen));
+        GDSClient client(gds.options(nxtGen));
         client.connect();
         client.sendRaw(bytes);
         if (halfClose) {
@@ -109,7 +100,7 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
 TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
 {
     for (bool nxtGen : {false, true}) {
-        GDSClient client(options(nxtGen));
+        GDSClient client(gds.options(nxtGen));
         client.connect();
         std::string burst;  // sent back to back before reading any reply
         for (int i = 0; i < 20; ++i) {

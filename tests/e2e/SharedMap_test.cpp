@@ -37,14 +37,6 @@ protected:
         ASSERT_EQ(0, rename(next.c_str(), root.path(kMap).c_str()));
     }
 
-    GDSClient::Options options()
-    {
-        GDSClient::Options o;
-        o.port = gds.legacyPort();
-        o.replyTimeoutMs = 10000;
-        return o;
-    }
-
     TestRoot root{true};
     GdsProcess gds{root};
 };
@@ -54,11 +46,11 @@ const std::string kTwo = "<root><name>two</name>\n<status>ok</status>\n</root>\n
 
 TEST_F(SharedMap, AnEditTakesEffectAtTheNextConnection)
 {
-    GDSClient before(options());
+    GDSClient before(gds.options());
     before.connect();
     EXPECT_EQ(kOne, before.request("get=name").text);
     writeMap("second_name");
-    GDSClient after(options());
+    GDSClient after(gds.options());
     after.connect();
     EXPECT_EQ(kTwo, after.request("get=name").text);
     EXPECT_EQ(kOne, before.request("get=name").text);  // its agents keep their table
@@ -72,7 +64,7 @@ TEST_F(SharedMap, ConnectionsWhileTheFileIsRewrittenSeeOneWholeVersion)
         clients.emplace_back([&, t] {
             for (int i = 0; i < 40; ++i) {
                 try {
-                    GDSClient c(options());
+                    GDSClient c(gds.options());
                     c.connect();
                     std::string reply = c.request("get=name").text;
                     if (reply != kOne && reply != kTwo) {

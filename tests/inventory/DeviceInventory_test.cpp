@@ -41,15 +41,15 @@ TEST(DeviceInventory, SimulatedServerRepliesMatchGoldenFiles)
         const char* file;
         std::function<void(DeviceInventory&, GUIDataSocket&)> step;
     } cases[] = {
-        {"psu.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writePowerSupplies(s); }},
-        {"hdd.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeDriveSlots(s); }},
-        {"localdisks.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeLocalDisks(s); }},
+        {"psu.xml", &DeviceInventory::writePowerSupplies},
+        {"hdd.xml", &DeviceInventory::writeDriveSlots},
+        {"localdisks.xml", &DeviceInventory::writeLocalDisks},
         {"gpu-info.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeGpus(s, 0, "gpuInfo"); }},
         {"gpu-card.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeGpus(s, 0, "card"); }},
         {"gpu-slot5-info.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeGpus(s, 5, "gpuInfo"); }},
-        {"tpm.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writeTpm(s); }},
-        {"sku.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.writePlatformSkuType(s); }},
-        {"vesk.xml", [](DeviceInventory& d, GUIDataSocket& s) { d.postVeskSecValidation(s); }},
+        {"tpm.xml", &DeviceInventory::writeTpm},
+        {"sku.xml", &DeviceInventory::writePlatformSkuType},
+        {"vesk.xml", &DeviceInventory::postVeskSecValidation},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(f.write(c.step), golden(std::string("devices/") + c.file)) << c.file;
@@ -72,7 +72,7 @@ TEST(DeviceInventory, StatusWordDecidesFailedSupply)
         f.supplies(1);
         f.root().writeFile("/var/pmbus/ps0/status", c.status);
         ASSERT_EQ(f.devices.fetchPowerSupplies(), 1);
-        std::string reply = f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writePowerSupplies(s); });
+        std::string reply = f.write(&DeviceInventory::writePowerSupplies);
         EXPECT_NE(reply.find(std::string("<Status>") + c.expect + "</Status>"), std::string::npos)
             << c.expect << " for status bytes of size " << c.status.size();
     }
@@ -89,7 +89,7 @@ TEST(DeviceInventory, MissingOrShortDaemonFilesGiveRecordDefaults)
     f.root().writeFile("/var/pmbus/ps0/model", "short");
     ASSERT_EQ(f.devices.fetchPowerSupplies(), 1);
     ASSERT_EQ(f.devices.powerSupplies().size(), 2u);
-    std::string reply = flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writePowerSupplies(s); }));
+    std::string reply = flat(f.write(&DeviceInventory::writePowerSupplies));
     EXPECT_EQ(reply,
               "<PSList><PS><deviceID>PSU1</deviceID><Status>Present</Status><Status2>equipped</Status2>"
               "<InputWatt>0</InputWatt><Power>off</Power><OutputMaxWatt>N/A</OutputMaxWatt>"
@@ -204,7 +204,7 @@ TEST(DeviceInventory, LocalDisksExamineUpToAndIncludingTheCount)
         Fixture f;
         f.root().writeFile("/var/smbios/devices.json", c.devices);
         ASSERT_EQ(f.devices.fetchLocalDisks(), 1);
-        EXPECT_EQ(flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writeLocalDisks(s); })), c.reply);
+        EXPECT_EQ(flat(f.write(&DeviceInventory::writeLocalDisks)), c.reply);
     }
     Fixture f;
     f.root().writeFile("/var/smbios/faults/DisksInfoGet", "");
@@ -239,12 +239,11 @@ TEST(DeviceInventory, PlatformSkuTypeAndValidationMark)
         } else {
             unlink(f.root().path("/var/bp_type").c_str());
         }
-        EXPECT_EQ(flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writePlatformSkuType(s); })), c.reply);
+        EXPECT_EQ(flat(f.write(&DeviceInventory::writePlatformSkuType)), c.reply);
     }
     Fixture f;
     f.root().writeFile("/var/security/orl-device-failed-auth", "");
-    EXPECT_EQ(flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.postVeskSecValidation(s); })),
-              "<veskSecValidation>0</veskSecValidation>");
+    EXPECT_EQ(flat(f.write(&DeviceInventory::postVeskSecValidation)), "<veskSecValidation>0</veskSecValidation>");
 }
 
 TEST(DeviceInventory, TpmReplyFollowsFruAndPartNumbers)
@@ -274,7 +273,7 @@ TEST(DeviceInventory, TpmReplyFollowsFruAndPartNumbers)
         if (*c.fault != '\0') {
             f.root().writeFile(c.fault, "");
         }
-        std::string reply = flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writeTpm(s); }));
+        std::string reply = flat(f.write(&DeviceInventory::writeTpm));
         EXPECT_NE(reply.find(c.expectVersion), std::string::npos) << c.part << ": " << reply;
         EXPECT_NE(reply.find(c.expectActive), std::string::npos) << c.part << ": " << reply;
     }
@@ -300,11 +299,11 @@ TEST(DeviceInventory, TpmReplyShortensWithoutRepositoryOrLibrary)
     for (const auto& c : cases) {
         Fixture f;
         f.root().writeFile(c.faultFile, c.content);
-        EXPECT_EQ(flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writeTpm(s); })), c.reply) << c.faultFile;
+        EXPECT_EQ(flat(f.write(&DeviceInventory::writeTpm)), c.reply) << c.faultFile;
     }
     Fixture f;
     f.root().writeFile("/var/smbios/devices.json", R"({"tpm": {"present": false}})");
-    EXPECT_EQ(flat(f.write([](DeviceInventory& d, GUIDataSocket& s) { d.writeTpm(s); })),
+    EXPECT_EQ(flat(f.write(&DeviceInventory::writeTpm)),
               "<tpm><version>NA</version><tpmPresence>empty</tpmPresence><enabledStatus>unknown</enabledStatus>"
               "<activeStatus>unknown</activeStatus><ownership>unknown</ownership><tpmRevision>NA</tpmRevision>"
               "<model>NA</model><vendor>NA</vendor><serial>NA</serial><txtPresent>empty</txtPresent>"

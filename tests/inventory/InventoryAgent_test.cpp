@@ -13,6 +13,7 @@
 #include "DataHandler.h"
 #include "InventoryAgent.h"
 #include "ProcessingException.h"
+#include "RawWire.h"
 #include "ReplyText.h"
 #include "RequestToken.h"
 #include "smbios_inventory.h"
@@ -79,15 +80,8 @@ protected:
 TEST_F(Inventory, DecodesProcessorRecords)
 {
     Bytes b;
-    b.record(SMBIOS_CPU_RECORD_SIZE)
-        .str(0, "CPU1")
-        .str(64, "Maker")
-        .le32(172, 8)
-        .le32(304, 2400)
-        .le32(308, 4)
-        .le32(312, 3)
-        .str(316, "Populated, Enabled")
-        .le32(356, 0xFFFFFFFF);
+    b.record(SMBIOS_CPU_RECORD_SIZE).str(0, "CPU1").str(64, "Maker").str(316, "Populated, Enabled");
+    b.le32(172, 8).le32(304, 2400).le32(308, 4).le32(312, 3).le32(356, 0xFFFFFFFF);
     b.record(SMBIOS_CPU_RECORD_SIZE).str(0, "CPU2").str(64, "Ghost").le32(308, 99).str(316, "unPOPULATED");
     // A socket name filling its 64 bytes: no terminator, the next field is not read into it.
     b.record(SMBIOS_CPU_RECORD_SIZE).str(0, std::string(64, 'S')).str(64, "M").le32(308, 2).str(316, "Enabled");
@@ -115,16 +109,8 @@ TEST_F(Inventory, DecodesProcessorRecords)
 TEST_F(Inventory, DecodesAdapterNicSummaryAndBootRecords)
 {
     Bytes pci;
-    pci.record(SMBIOS_PCIE_RECORD_SIZE)
-        .byte(0, 0x80)
-        .byte(1, 0x86)
-        .byte(2, 0x15)
-        .byte(3, 0x89)
-        .byte(7, 0x01)
-        .str(16, "NIC")
-        .str(80, "Slot 7")
-        .str(144, "N/A")
-        .le32(208, 1);
+    pci.record(SMBIOS_PCIE_RECORD_SIZE).byte(0, 0x80).byte(1, 0x86).byte(2, 0x15).byte(3, 0x89).byte(7, 0x01);
+    pci.str(16, "NIC").str(80, "Slot 7").str(144, "N/A").le32(208, 1);
     std::string reply = post(InventoryAgent::kPcie, pci, 1, &InventoryAgent::postPCIinfo);
     EXPECT_EQ(
         "<PCIeAdapterList><PCIeAdapter><Slot>UNKNOWN</Slot>\n<VendorID>0x8086</VendorID>\n"
@@ -374,22 +360,19 @@ protected:
 TEST_F(Upload, RecordsWhatItSends)
 {
     // The upload runs in the background; wait for its record.
-    auto waitFor = [&](size_t uploads) {
-        for (int i = 0; i < 600 && occurrences(h.root().readFile("/var/inventory-upload.log"), "upload") != uploads;
-             i++) {
-            usleep(50000);
-        }
+    auto logged = [&](size_t uploads) {
+        waitFor([&] { return occurrences(h.root().readFile("/var/inventory-upload.log"), "upload") == uploads; }, 30);
         return h.root().readFile("/var/inventory-upload.log");
     };
     EXPECT_EQ("", upload({"tftp", "10.0.0.5", "/inv", "user", "pa$s;1"}));
     EXPECT_EQ(
         "upload\n  -ip\n  10.0.0.5\n  -path\n  /inv\n  -protocol\n  tftp\n  -username\n  user\n  -password\n"
         "  pa$s;1\n",
-        waitFor(1));
+        logged(1));
     // A user name without a password (or the reverse) uploads without credentials.
     EXPECT_EQ("", upload({"sftp", "fe80::1", "/a/b.txt", "user"}));
     EXPECT_EQ("", upload({"http", "backup.example.com", "/x", "", "secret"}));
-    std::string log = waitFor(3);
+    std::string log = logged(3);
     EXPECT_EQ(3u, occurrences(log, "upload\n"));
     EXPECT_EQ(1u, occurrences(log, "-username"));
     EXPECT_EQ(

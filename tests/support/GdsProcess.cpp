@@ -140,12 +140,21 @@ int GdsProcess::runToExit(const std::vector<std::string>& args, int timeoutMs)
     return -1;
 }
 
-std::string GdsProcess::ask(const std::string& text, uint32_t privileges)
+GDSClient::Options GdsProcess::options(bool nxtGen, uint32_t privileges) const
 {
     GDSClient::Options o;
-    o.port = m_legacyPort;
+    o.layout = nxtGen ? GDSClient::Layout::kNxtGen : GDSClient::Layout::kLegacy;
+    o.port = nxtGen ? m_nxtGenPort : m_legacyPort;
     o.privileges = privileges;
-    o.replyTimeoutMs = 30000 * ProjectBinary::slowdown();  // sanitizers and the emulator are slower
+    o.connectTimeoutMs = 3000 * ProjectBinary::slowdown();  // sanitizers and the emulator are slower
+    o.replyTimeoutMs = 10000 * ProjectBinary::slowdown();
+    return o;
+}
+
+std::string GdsProcess::ask(const std::string& text, uint32_t privileges)
+{
+    GDSClient::Options o = options(false, privileges);
+    o.replyTimeoutMs = 30000 * ProjectBinary::slowdown();  // tools run on a busy machine
     GDSClient client(o);
     client.connect();
     std::string reply = client.request(text).text;

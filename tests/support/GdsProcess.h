@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "GDSClient.h"
+
 class TestRoot;
 
 class GdsProcess {
@@ -51,6 +53,8 @@ public:
     // reply text. A reply in the envelope must be a well-formed document
     // (a test failure otherwise). Waits long: tools run on a busy machine.
     std::string ask(const std::string& text, uint32_t privileges = 0x7f);
+    // Client options for one of its ports, with generous waits.
+    GDSClient::Options options(bool nxtGen = false, uint32_t privileges = 0x7f) const;
     std::string configPath() const;
 
     // Two currently free loopback ports.

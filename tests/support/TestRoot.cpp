@@ -56,12 +56,10 @@ TestRoot::TestRoot(bool seedFromSim, const std::string& platform)
             c = '_';
         }
     }
-    std::string tmpl = base + "/" + name + "XXXXXX";
-    std::string buf = tmpl;
-    if (mkdtemp(&buf[0]) == nullptr) {
-        ADD_FAILURE() << "mkdtemp failed for " << tmpl;
+    m_dir = base + "/" + name + "XXXXXX";
+    if (mkdtemp(&m_dir[0]) == nullptr) {
+        ADD_FAILURE() << "mkdtemp failed for " << m_dir;
     }
-    m_dir = buf;
     if (seedFromSim) {
         EXPECT_EQ(0, runCommand("cp -a '" + simRoot() + "/.' '" + m_dir + "/'"));
         std::string overlay = simPlatform(platform);

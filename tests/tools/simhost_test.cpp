@@ -113,29 +113,25 @@ std::string dump(const std::vector<Rec>& records, bool smbios3, size_t cutTableT
         table += r.bytes();
     }
     table += Rec(127, 0xFFFF, 4).bytes();
+    // Sets byte `at` so that all bytes of `s` add up to zero.
+    auto checksum = [](std::string& s, size_t at) {
+        unsigned sum = 0;
+        for (char c : s) {
+            sum += static_cast<unsigned char>(c);
+        }
+        s[at] = static_cast<char>(-sum & 0xff);  // the byte is 0 until now
+    };
     std::string ep;
     if (smbios3) {
         ep = "_SM3_" + le(0, 1) + le(0x18, 1) + le(3, 1) + le(2, 1) + le(0, 1) + le(1, 1) + le(0, 1) +
              le(table.size(), 4) + le(0x20, 8);
-        unsigned sum = 0;
-        for (char c : ep) {
-            sum += static_cast<unsigned char>(c);
-        }
-        ep[5] = static_cast<char>(-sum & 0xff);
+        checksum(ep, 5);
     } else {
         std::string dmi =
             "_DMI_" + le(0, 1) + le(table.size(), 2) + le(0x20, 4) + le(records.size() + 1, 2) + le(0x28, 1);
-        unsigned sum = 0;
-        for (char c : dmi) {
-            sum += static_cast<unsigned char>(c);
-        }
-        dmi[5] = static_cast<char>(-sum & 0xff);
+        checksum(dmi, 5);
         ep = "_SM_" + le(0, 1) + le(0x1F, 1) + le(2, 1) + le(8, 1) + le(0, 2) + le(0, 1) + std::string(5, '\0') + dmi;
-        sum = 0;
-        for (char c : ep) {
-            sum += static_cast<unsigned char>(c);
-        }
-        ep[4] = static_cast<char>(-sum & 0xff);
+        checksum(ep, 4);
     }
     ep.resize(0x20, '\0');
     return ep + table.substr(0, cutTableTo);
@@ -157,8 +153,7 @@ std::string run(const std::string& command)
     std::string out;
     FILE* p = popen(command.c_str(), "r");
     char buf[4096];
-    size_t n;
-    while (p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0) {
+    for (size_t n; p != nullptr && (n = fread(buf, 1, sizeof buf, p)) > 0;) {
         out.append(buf, n);
     }
     if (p != nullptr) {
@@ -192,25 +187,19 @@ TEST(simhost, RawReaderAgreesWithDmidecode)
         bool warns;
         std::vector<std::string> shown;  // texts the description must hold
     } cases[] = {
-        {"3.x entry point",
-         dump(twoSocketHost(0xB3, 0x50657), true),
-         2,
-         3,
-         false,
+        // clang-format off
+        {"3.x entry point", dump(twoSocketHost(0xB3, 0x50657), true), 2, 3, false,
          {"\"family\":\t\"Xeon\"", "\"signature\":\t\"Type 0, Family 6, Model 85, Stepping 7\"",
           "\"status\":\t\"Unpopulated\"", "\"capacity\":\t\"32768 MB\"", "\"capacity\":\t\"NA\"",
           "\"typeDetail\":\t\"Synchronous Registered (Buffered)\"", "\"total\":\t\"49152 MB\"",
           "\"uuid\":\t\"13121110-1514-1716-1819-1A1B1C1D1E1F\"", "\"slot\":\t\"SlotID:1\"",
           "\"slot\":\t\"SlotID:Onboard LAN 1\""}},
-        {"2.x entry point, AMD",
-         dump(twoSocketHost(0x6B, 0x00A00F11), false),
-         2,
-         3,
-         false,
+        {"2.x entry point, AMD", dump(twoSocketHost(0x6B, 0x00A00F11), false), 2, 3, false,
          {"\"family\":\t\"Zen\"", "\"signature\":\t\"Family 25, Model 1, Stepping 1\""}},
         {"truncated table", dump(twoSocketHost(0xB3, 0x50657), true, 300), 2, 0, true, {"\"socket\":\t\"CPU2\""}},
         {"record too short", dump(badLength, true), 2, 3, true, {"\"socket\":\t\"CPU1\""}},
         {"record length below its header", dump(broken, true), 2, 1, true, {}},
+        // clang-format on
     };
     TestRoot root;
     for (const auto& c : cases) {

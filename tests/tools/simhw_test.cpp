@@ -29,20 +29,13 @@ int run(const std::string& command)
 }
 
 // Every file the tool writes, relative to a root.
+// clang-format off
 const char* const kBuilt[] = {
-    "/var/pmbus/num_psu",
-    "/var/pmbus/ps0/status",
-    "/var/pmbus/ps0/pin",
-    "/var/pmbus/ps0/poutmax",
-    "/var/pmbus/ps0/rev",
-    "/var/pmbus/ps0/model",
-    "/var/pmbus/ps0/mfgRev",
-    "/var/pmbus/ps1/status",
-    "/var/gpu/num_gpu_sys",
-    "/var/gpu/gpu0/num_gpu",
-    "/var/aim/functions/GetActiveSensorInfoByType",
-    "/var/pellox/BIOS/MacDB.bin",
-};
+    "/var/pmbus/num_psu", "/var/pmbus/ps0/status", "/var/pmbus/ps0/pin", "/var/pmbus/ps0/poutmax",
+    "/var/pmbus/ps0/rev", "/var/pmbus/ps0/model", "/var/pmbus/ps0/mfgRev", "/var/pmbus/ps1/status",
+    "/var/gpu/num_gpu_sys", "/var/gpu/gpu0/num_gpu", "/var/aim/functions/GetActiveSensorInfoByType",
+    "/var/pellox/BIOS/MacDB.bin"};
+// clang-format on
 
 }  // namespace
 

@@ -1,8 +1,6 @@
 // The web front door end to end: the real gds and gdsweb on a throwaway root,
 // driven over HTTP with the same HTTP library's client (and a raw socket for
 // the hostile cases).
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -18,6 +16,8 @@
 
 #include "GdsProcess.h"
 #include "ProjectBinary.h"
+#include "RawWire.h"
+#include "ReplyText.h"
 #include "TestRoot.h"
 
 namespace {
@@ -26,18 +26,7 @@ namespace {
 // closes or `waitMs` pass without data.
 class Raw {
 public:
-    explicit Raw(int port)
-    {
-        m_fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(port));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(m_fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-            close(m_fd);
-            m_fd = -1;
-        }
-    }
+    explicit Raw(int port) : m_fd(connectTo(port)) {}
     ~Raw()
     {
         if (m_fd >= 0) {
@@ -65,7 +54,7 @@ public:
     }
 
 private:
-    int m_fd = -1;
+    int m_fd;
 };
 
 std::string repeat(const std::string& s, int n)
@@ -111,11 +100,7 @@ protected:
             execvp(argv[0], argv.data());
             _exit(127);
         }
-        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10 * ProjectBinary::slowdown());
-        while (!Raw(port).ok()) {
-            ASSERT_LT(std::chrono::steady_clock::now(), until) << output();
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        ASSERT_TRUE(waitFor([this] { return Raw(port).ok(); }, 10)) << output();
     }
     void TearDown() override
     {
@@ -334,19 +319,11 @@ TEST_F(Web, HostileRequestsAreAnsweredNotObeyed)
     // A client that stops reading: pipelined requests whose answers it never reads.
     {
         Raw raw(port);
-        std::string many;
-        for (int i = 0; i < 2000; ++i) {
-            many += "GET /explorer.js HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n";
-        }
-        raw.send(many);
+        raw.send(repeat("GET /explorer.js HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n", 2000));
         std::this_thread::sleep_for(std::chrono::milliseconds(3000));
         std::string got;
         EXPECT_TRUE(raw.readAll(got, 10000 * ProjectBinary::slowdown())) << "a client that stops reading: not dropped";
-        size_t answers = 0;
-        for (size_t at = got.find("HTTP/1.1 200"); at != std::string::npos; at = got.find("HTTP/1.1 200", at + 1)) {
-            ++answers;
-        }
-        EXPECT_LT(answers, 2000u) << "every answer was written";
+        EXPECT_LT(occurrences(got, "HTTP/1.1 200"), 2000u) << "every answer was written";
         stillServes("a client that stops reading");
     }
     // Idle keep-alive connections never lock a new client out.
