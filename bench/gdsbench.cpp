@@ -644,9 +644,10 @@ double compare(const char* caseName, const char* unit, const Target& echo, const
 void usage(FILE* out)
 {
     fprintf(out,
-            "usage: gdsbench [-d seconds] [-r rounds] [-w] [-h]\n"
+            "usage: gdsbench [-d seconds] [-r rounds] [-m] [-w] [-h]\n"
             "  -d seconds  time per round of a timed case (default 0.5)\n"
             "  -r rounds   rounds per target and case, at least 5 (default 5)\n"
+            "  -m          only the memory cases of the simulated map\n"
             "  -w          only the web front door's case\n");
 }
 
@@ -688,7 +689,8 @@ int main(int argc, char** argv)
     int rounds = 5;
     int opt;
     bool webOnly = false;
-    while ((opt = getopt(argc, argv, "d:r:wh")) != -1) {
+    bool memoryOnly = false;
+    while ((opt = getopt(argc, argv, "d:r:mwh")) != -1) {
         char* end = nullptr;
         switch (opt) {
             case 'd':
@@ -704,6 +706,9 @@ int main(int argc, char** argv)
                     fprintf(stderr, "gdsbench: bad round count '%s' (5 to 99)\n", optarg);
                     return 2;
                 }
+                break;
+            case 'm':
+                memoryOnly = true;
                 break;
             case 'w':
                 webOnly = true;
@@ -762,24 +767,27 @@ int main(int argc, char** argv)
         static_cast<int>(echo.pid), kListenBacklog, echo.options.privileges);
     printf("  %-44s %-5s %10s %13s %10s %13s %7s\n", "case", "unit", "echo", "spread", "gds", "spread", "ratio");
 
-    double keptOne = compare("1 kept connection, p50", "us", echo, gds, rounds,
-                             [&](const Target& t) { return keptRound(t, getTwo, 1, seconds); });
-    double keptEight = compare("8 kept connections, p50", "us", echo, gds, rounds,
-                               [&](const Target& t) { return keptRound(t, getTwo, 8, seconds); });
-    double keptMany = compare("64 kept connections, p50", "us", echo, gds, rounds,
-                              [&](const Target& t) { return keptRound(t, getTwo, 64, seconds); });
-    double cprOne = compare("connect+get+close, 1 client, p50", "us", echo, gds, rounds,
-                            [&](const Target& t) { return connectRound(t, getTwo, 1, seconds); });
-    compare("connect+get+close, 64 clients, p50", "us", echo, gds, rounds,
-            [&](const Target& t) { return connectRound(t, getTwo, 64, seconds); });
+    double keptOne = 0, keptEight = 0, keptMany = 0, cprOne = 0;
     Figure burst;
-    compare("64 simultaneous connects, longest connect", "us", echo, gds, rounds, [&](const Target& t) {
-        Round r = burstRound(t, getTwo, 64);
-        if (&t == &gds) {
-            burst.values.push_back(r.value);
-        }
-        return r;
-    });
+    if (!memoryOnly) {
+        keptOne = compare("1 kept connection, p50", "us", echo, gds, rounds,
+                          [&](const Target& t) { return keptRound(t, getTwo, 1, seconds); });
+        keptEight = compare("8 kept connections, p50", "us", echo, gds, rounds,
+                            [&](const Target& t) { return keptRound(t, getTwo, 8, seconds); });
+        keptMany = compare("64 kept connections, p50", "us", echo, gds, rounds,
+                           [&](const Target& t) { return keptRound(t, getTwo, 64, seconds); });
+        cprOne = compare("connect+get+close, 1 client, p50", "us", echo, gds, rounds,
+                         [&](const Target& t) { return connectRound(t, getTwo, 1, seconds); });
+        compare("connect+get+close, 64 clients, p50", "us", echo, gds, rounds,
+                [&](const Target& t) { return connectRound(t, getTwo, 64, seconds); });
+        compare("64 simultaneous connects, longest connect", "us", echo, gds, rounds, [&](const Target& t) {
+            Round r = burstRound(t, getTwo, 64);
+            if (&t == &gds) {
+                burst.values.push_back(r.value);
+            }
+            return r;
+        });
+    }
     double afterShare = 0;
     Figure rssSim;
     compare("idle RSS per connection (1000 open)", "KiB", echo, gds, 1, [&](const Target& t) {
@@ -802,6 +810,10 @@ int main(int argc, char** argv)
         return r;
     });
     server.stop();
+    if (memoryOnly) {
+        echoProcess.stop();
+        return 0;
+    }
 
     double cprLarge = 0;
     Figure rssLarge;

@@ -167,12 +167,14 @@ private:
     std::map<unsigned char, const char*> m_bootDeviceNames;
     std::map<unsigned char, const char*> m_bootOrderNames;
 
-    // Statistics of the current request.
+    // Statistics of the current request: allocated only by a request that
+    // reads them and released when the next request starts, so a connection
+    // never holds their 10 KiB between requests.
     static const int kMaxMemoryStats = 96;
     static const int kMaxProcessorStats = 4;
-    unsigned char m_memoryStats[kMaxMemoryStats * 100];
+    std::vector<unsigned char> m_memoryStats;  // kMaxMemoryStats records of 100 bytes once read
     int m_memoryStatCount;
-    unsigned char m_processorStats[kMaxProcessorStats * 100];
+    std::vector<unsigned char> m_processorStats;  // kMaxProcessorStats records of 100 bytes once read
     int m_processorStatCount;
     unsigned char m_boardStats[128];
     bool m_boardStatsValid;

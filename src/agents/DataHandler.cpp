@@ -1,5 +1,6 @@
 #include "DataHandler.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 
@@ -24,17 +25,22 @@ void DataHandler::addAgent(const char* name, DataAgent* agent)
     if (name == nullptr || agent == nullptr) {
         return;
     }
-    if (m_agentMap.count(name) != 0) {
+    auto it = std::lower_bound(m_agentMap.begin(), m_agentMap.end(), name,
+                               [](const AgentTable::value_type& e, const char* n) { return e.first < n; });
+    if (it != m_agentMap.end() && it->first == name) {
         m_log.logWarning("!!!!!!!!!prop name %s already registered!!!!!!!!! \n", name);
+        it->second = agent;
+    } else {
+        m_agentMap.emplace(it, name, agent);
     }
-    m_agentMap[name] = agent;
     m_agents.insert(agent);
 }
 
 DataAgent* DataHandler::getDataAgentFor(std::string& name)
 {
-    auto it = m_agentMap.find(name);
-    return it != m_agentMap.end() ? it->second : nullptr;
+    auto it = std::lower_bound(m_agentMap.begin(), m_agentMap.end(), name,
+                               [](const AgentTable::value_type& e, const std::string& n) { return e.first < n; });
+    return it != m_agentMap.end() && it->first == name ? it->second : nullptr;
 }
 
 void DataHandler::addPropertyMap(std::string& name, std::string& aimName)

@@ -147,9 +147,7 @@ InventoryAgent::InventoryAgent(DataHandler& handler)
                         {128, "BEV"}},
       m_bootOrderNames{{0, "system-boot-order"},    {1, "fdd-order"}, {2, "hdd-order"},           {3, "cd-order"},
                        {6, "network-device-order"}, {8, "hdd-order"}, {16, "internal-efi-shell"}, {128, "bev-order"}},
-      m_memoryStats(),
       m_memoryStatCount(0),
-      m_processorStats(),
       m_processorStatCount(0),
       m_boardStats(),
       m_boardStatsValid(false),
@@ -171,6 +169,11 @@ int InventoryAgent::initialize()
     m_upload = false;
     m_requested.clear();
     m_bootOrder.clear();
+    // Hand back what the last request's statistics took.
+    std::vector<unsigned char>().swap(m_memoryStats);
+    std::vector<unsigned char>().swap(m_processorStats);
+    m_memoryStatCount = 0;
+    m_processorStatCount = 0;
     m_status = 1;
     return 1;
 }

@@ -444,7 +444,8 @@ void InventoryAgent::getMemoryStats()
                               static_cast<unsigned char>(m_memoryStatId >> 8)};
     int length = 2;
     m_memoryStatCount = 0;
-    int rc = GetMemoryStats(&length, sizeof m_memoryStats, input, m_memoryStats);
+    m_memoryStats.assign(static_cast<size_t>(kMaxMemoryStats) * SMBIOS_STAT_RECORD_SIZE, 0);
+    int rc = GetMemoryStats(&length, static_cast<int>(m_memoryStats.size()), input, m_memoryStats.data());
     if (rc != 0) {
         printf("InventoryAgent: unable to get Memory Stat info, GetMemoryStats returned %i\n", rc);
         return;
@@ -458,7 +459,8 @@ void InventoryAgent::getProcessorStats()
     unsigned char input[2] = {0, 0};
     int length = 2;
     m_processorStatCount = 0;
-    int rc = GetProcessorStats(&length, sizeof m_processorStats, input, m_processorStats);
+    m_processorStats.assign(static_cast<size_t>(kMaxProcessorStats) * SMBIOS_STAT_RECORD_SIZE, 0);
+    int rc = GetProcessorStats(&length, static_cast<int>(m_processorStats.size()), input, m_processorStats.data());
     if (rc != 0) {
         printf("InventoryAgent: unable to get Memory Stat info, GetProcessorStats returned %i\n", rc);
         return;
@@ -739,12 +741,12 @@ static void postStats(GUIDataSocket& socket, const char* list, const char* item,
 
 void InventoryAgent::postMemoryStats(GUIDataSocket& socket)
 {
-    postStats(socket, "memoryStats", "memory", m_memoryStats, m_memoryStatCount, m_memoryStatId);
+    postStats(socket, "memoryStats", "memory", m_memoryStats.data(), m_memoryStatCount, m_memoryStatId);
 }
 
 void InventoryAgent::postProcessorStats(GUIDataSocket& socket)
 {
-    postStats(socket, "processorStats", "processor", m_processorStats, m_processorStatCount, m_processorStatId);
+    postStats(socket, "processorStats", "processor", m_processorStats.data(), m_processorStatCount, m_processorStatId);
 }
 
 void InventoryAgent::postMotherboardStats(GUIDataSocket& socket)

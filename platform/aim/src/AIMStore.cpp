@@ -233,10 +233,16 @@ bool readFile(const std::string& path, size_t limit, std::string& out)
     if (fd < 0) {
         return false;
     }
-    char buf[8192];
+    // Read straight into `out`, in pieces of at most 1 KiB: a buffer on the
+    // stack would make every property read touch another page of the
+    // calling connection thread's stack (properties are short).
+    const size_t kPiece = 1024;
     while (out.size() < limit) {
-        size_t want = std::min(sizeof buf, limit - out.size());
-        ssize_t n = read(fd, buf, want);
+        const size_t have = out.size();
+        const size_t want = std::min(kPiece, limit - have);
+        out.resize(have + want);
+        ssize_t n = read(fd, &out[have], want);
+        out.resize(have + (n > 0 ? static_cast<size_t>(n) : 0));
         if (n < 0) {
             if (errno == EINTR) {
                 continue;
@@ -249,7 +255,6 @@ bool readFile(const std::string& path, size_t limit, std::string& out)
         if (n == 0) {
             break;
         }
-        out.append(buf, static_cast<size_t>(n));
     }
     close(fd);
     return true;
