@@ -7,17 +7,7 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "${1:-build}" && pwd)
 
-missing=()
-for p in chromium chromium-driver python3-selenium; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing missing packages: ${missing[*]}"
-  SUDO=; [ "$(id -u)" -ne 0 ] && SUDO=sudo
-  export DEBIAN_FRONTEND=noninteractive
-  $SUDO apt-get update -qq
-  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+"$here/scripts/install-deps.sh" chromium chromium-driver python3-selenium
 if [ ! -x "$build/bin/gdsweb" ]; then
   echo "test-browser: $build/bin/gdsweb was not built (cpp-httplib missing?)" >&2
   exit 1
