@@ -1,6 +1,6 @@
 // Fuzzes the command-line splitter and the output filters: any line is
-// either refused or split into programs whose words hold no character the
-// line did not, never with an empty program; any tool output filters
+// either refused or split into programs, never an empty one or one that
+// starts with an assignment; any tool output filters
 // without reading past it. Nothing is run.
 #include <cstdint>
 #include <cstdlib>
@@ -23,13 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         for (const auto& program : command.programs) {
             if (program.empty() || program[0].find('=') != std::string::npos) {
                 abort();
-            }
-            for (const std::string& word : program) {
-                for (char c : word) {
-                    if (text.find(c) == std::string::npos) {
-                        abort();
-                    }
-                }
             }
         }
         int status = 0;
