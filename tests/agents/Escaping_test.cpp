@@ -25,11 +25,22 @@ TEST(Escaping, RemoveQuotes)
     }
 }
 
-// The validate fuzz target holds every name's result to a reference model, but never passes null.
-TEST(Escaping, ValidateFileNameNullArguments)
+// The file-name rules; null arguments are refused.
+TEST(Escaping, ValidateFileName)
 {
+    const std::tuple<std::string, const char*, int> cases[] = {
+        {"fw.bin", ".bin", 0},   {"a.b/c_d-1.bin", ".bin", 0}, {std::string(250, 'a') + ".bin", ".bin", 0},
+        {"fw.txt", ".bin", -2},  {"bin", ".bin", -2},          {std::string(251, 'a') + ".bin", ".bin", -1},
+        {"-fw.bin", ".bin", -1}, {"d/-fw.bin", ".bin", -1},    {"f.w.bin", ".bin", -1},
+        {"d/.bin", ".bin", -1},  {"f w.bin", ".bin", -1},      {"f;w.bin", ".bin", -1},
+    };
+    testing::internal::CaptureStdout();  // validateFileName prints its verdicts
+    for (const auto& [name, extension, result] : cases) {
+        char* message = nullptr;
+        EXPECT_EQ(result, DataAgent::validateFileName(name.c_str(), extension, &message)) << name;
+        EXPECT_EQ(result == 0, message == nullptr) << name;
+    }
     char* message = nullptr;
-    testing::internal::CaptureStdout();
     EXPECT_EQ(-1, DataAgent::validateFileName(nullptr, ".bin", &message));
     EXPECT_NE(nullptr, message);
     EXPECT_EQ(-1, DataAgent::validateFileName("fw.bin", ".bin", nullptr));

@@ -1,6 +1,7 @@
 // The real server against hostile local clients: stalled frames, peers that
-// never read, more idle connections than the cap, requests that try to forge
-// log lines or flood the log. Deadlines are shortened through the
+// never read, requests that try to forge log lines or flood the log (which
+// idle connection makes room at the cap is the connection manager's unit
+// tests'). Deadlines are shortened through the
 // environment; waits are bounded retries, never timing assertions.
 #include <gtest/gtest.h>
 
@@ -179,28 +180,6 @@ TEST_F(Hostile, PeerThatNeverReadsIsClosed)
     EXPECT_NE(std::string::npos, gds.output().find("could not be written")) << gds.output().substr(0, 2000);
     close(fd);
     EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
-}
-
-TEST_F(Hostile, IdleConnectionsBeyondTheCapMakeRoom)
-{
-    gds.setEnv("GDS_MAX_CONNECTIONS", "32");
-    start();
-    std::vector<int> idle;
-    for (int i = 0; i < 40; ++i) {
-        int fd = connectTo(i % 2 == 0 ? gds.legacyPort() : gds.nxtGenPort());
-        ASSERT_GE(fd, 0);
-        idle.push_back(fd);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));  // distinct idle times
-    }
-    // A new client is answered although 40 clients sit idle.
-    EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
-    // The oldest ones made room (which one goes is the connection manager's
-    // unit tests').
-    EXPECT_TRUE(waitFor([&] { return closedByServer(idle[0]); }, 10));
-    for (int fd : idle) {
-        close(fd);
-    }
-    EXPECT_NE(std::string::npos, gds.output().find("to admit a new client"));
 }
 
 TEST_F(Hostile, RequestsCannotForgeOrFloodLogLines)

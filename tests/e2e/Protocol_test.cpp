@@ -97,21 +97,4 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
     EXPECT_EQ(6u, occurrences(gds.output(), "Invalid message length of: ")) << gds.output();
 }
 
-TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
-{
-    for (bool nxtGen : {false, true}) {
-        GDSClient client(gds.options(nxtGen));
-        client.connect();
-        std::string burst;  // sent back to back before reading any reply
-        for (int i = 0; i < 20; ++i) {
-            burst += client.frame("get=testEcho(" + std::to_string(i) + ")");
-        }
-        client.sendRaw(burst);
-        for (int i = 0; i < 20; ++i) {
-            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n",
-                      client.readReply().text);
-        }
-    }
-}
-
 }  // namespace

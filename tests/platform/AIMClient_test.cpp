@@ -1,11 +1,9 @@
-// The property service stand-in: type rules, refusals, concurrency, crash safety, fixtures and
-// snapshots (the server's tests drive the fault files).
+// The property service stand-in where the server's tests do not reach it: concurrency and
+// snapshots (the server's tests drive the types, refusals, fault files and function fixtures).
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
-#include <csignal>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,7 +11,6 @@
 #include "AIMClient.h"
 #include "AIMStore.h"
 #include "TestRoot.h"
-#include "aim_config.h"
 
 namespace {
 // Sets the stand-ins' recheck interval for one test; back to 0 (the test
@@ -30,36 +27,6 @@ protected:
     AIMClient aim{"webgui", 25225};
 };
 }  // namespace
-
-TEST_F(AIMService, GettersFollowTheStoredTypeAndRefusedSetsChangeNothing)
-{
-    // Stored type and text; what the int, text and crypt getters read ("x": refused).
-    const char* table[][5] = {
-        {"int", "-42", "-42", "-42", "x"}, {"str", "17", "x", "17", "x"}, {"crypt", "s3", "x", "x", "s3"}};
-    for (const auto& row : table) {
-        const std::string type = row[0];
-        ASSERT_TRUE(type == "int"   ? aim.setProperty("p", atoi(row[1]), true)
-                    : type == "str" ? aim.setProperty("p", row[1], true)
-                                    : aim.setPropertyCrypt("p", const_cast<char*>(row[1]), true));
-        int i = 12345;
-        char text[AIMClient::kMaxValue + 1] = "", crypt[AIMClient::kMaxValue + 1] = "";
-        EXPECT_EQ(row[2], aim_config_get_int("p", &i) ? std::to_string(i) : "x") << type;
-        EXPECT_TRUE(row[2][0] != 'x' || i == 12345) << type;  // untouched on failure
-        EXPECT_EQ(row[3], aim.getProperty("p", text) ? std::string(text) : "x") << type;
-        EXPECT_EQ(row[4], aim.getPropertyCrypt("p", crypt) ? std::string(crypt) : "x") << type;
-    }
-    std::string tooLong(AIMClient::kMaxValue + 1, 'L');
-    EXPECT_FALSE(aim.setProperty("p", tooLong.c_str(), true));
-    EXPECT_FALSE(aim.setProperty("", 1, true));
-    char guarded[AIMClient::kMaxValue + 2];
-    EXPECT_TRUE(aim.getPropertyCrypt("p", guarded) && std::string("s3") == guarded);  // the old value stays
-    tooLong.pop_back();  // the longest value fills the buffer exactly
-    ASSERT_TRUE(aim.setProperty("p", tooLong.c_str(), true));
-    memset(guarded, '#', sizeof guarded);
-    ASSERT_TRUE(aim.getProperty("p", guarded));
-    EXPECT_EQ(tooLong, std::string(guarded));
-    EXPECT_EQ('#', guarded[AIMClient::kMaxValue + 1]);
-}
 
 TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
 {
@@ -106,47 +73,6 @@ TEST_F(AIMService, ThreadsAndAProcessNeverTearValuesOrRecordLines)
     }
     EXPECT_EQ(std::vector<int>(kWriters, 0), bad);
     EXPECT_EQ(std::vector<int>(kWriters, kRounds), next);  // no record lost
-}
-
-TEST_F(AIMService, KilledWriterLeavesCompleteValues)
-{
-    const std::string values[] = {"x", std::string(128, 'y'), std::string(255, 'z')};
-    ASSERT_EQ(AIMStore::kOk, AIMStore::setText("p", values[0].c_str()));
-    for (int round = 0; round < 25; ++round) {
-        pid_t child = fork();
-        if (child == 0) {
-            for (unsigned i = 0;; ++i) {
-                AIMStore::setText("p", values[i % 3].c_str());
-            }
-        }
-        ASSERT_GE(child, 0);
-        usleep(static_cast<useconds_t>(500 + (round * 397) % 4000));
-        kill(child, SIGKILL);
-        ASSERT_EQ(child, waitpid(child, nullptr, 0));
-        std::string v;
-        ASSERT_EQ(AIMStore::kOk, AIMStore::getText("p", v)) << "round " << round;
-        EXPECT_TRUE(v == values[0] || v == values[1] || v == values[2]) << v.size() << " bytes";
-    }
-    std::vector<std::pair<std::string, AIMStore::Value>> listed;  // temp files of killed writers are no properties
-    ASSERT_TRUE(AIMStore::list(listed));
-    EXPECT_EQ(1u, listed.size());
-}
-
-TEST_F(AIMService, FunctionsAnswerFromFixtures)
-{
-    root.writeFile("/var/aim/functions/okFn", std::string("ok\n\0\1\n", 6));
-    root.writeFile("/var/aim/functions/codeFn", "fail 42\n");
-    root.writeFile("/var/aim/functions/badFn", "maybe\n");
-    char out[8] = "#######";
-    int length = -1;
-    EXPECT_EQ(0, aim.callFunction("okFn", 0, nullptr, 2, &length, out));  // output cut to the capacity
-    EXPECT_EQ(std::string("\0\1#", 3), std::string(out, 3));
-    EXPECT_EQ(2, length);
-    const std::pair<const char*, int> failing[] = {
-        {"codeFn", 42}, {"badFn", AIMStore::kBadFixture}, {"../functions/okFn", AIMStore::kUnknownFunction}};
-    for (auto [name, result] : failing) {
-        EXPECT_EQ(result, aim.callFunction(name, 0, nullptr, sizeof out, &length, out)) << name;
-    }
 }
 
 // With a recheck interval, values and fault files come from snapshots: what

@@ -1,4 +1,4 @@
-// The safe-execution stand-in: input rules, argument vectors without a shell, faults, children's start state.
+// The safe-execution stand-in: input rules, argument vectors without a shell, children's start state.
 #include "safeexec.h"
 
 #include <fcntl.h>
@@ -36,18 +36,6 @@ TEST(SafeExec, RulesLetNoShellSyntaxThrough)
         EXPECT_EQ(c.password, system_check_user_input(c.text.c_str(), "password_rule")) << c.text;
     }
     EXPECT_EQ(0, system_check_user_input("abc", "no_rule"));
-}
-
-TEST(SafeExec, FaultedCallsReturnTheFaultAndRunNothing)
-{
-    TestRoot root;
-    root.writeFile("/var/safeexec/faults/system_secure", "256\n");
-    root.writeFile("/var/safeexec/faults/system_exec_command", "7");
-    EXPECT_EQ(256, system_secure(("touch " + root.path("/canary")).c_str()));
-    system_exec_cmd_t command;
-    ASSERT_EQ(0, system_exec_set_command_arg(&command, "touch", root.path("/canary").c_str(), nullptr));
-    EXPECT_EQ(7, system_exec_command(&command, nullptr, 0));
-    EXPECT_FALSE(root.exists("/canary"));
 }
 
 TEST(SafeExec, ArgumentVectorsNeverSeeAShell)

@@ -1,7 +1,6 @@
 // The SMBIOS inventory stand-in, where the server's tests do not reach it:
-// detail ranges, statistics cut to the capacity, capacity checks, fault
-// files and a missing host (the packed records themselves are checked by
-// the inventory tests' replies).
+// detail ranges and statistics cut to the capacity (the packed records,
+// fault files and capacity checks are driven by the inventory tests).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -54,34 +53,6 @@ TEST_F(Smbios, RangesAndStatistics)
     EXPECT_EQ(200u, out.size());
     ASSERT_EQ(0, run(GetMemoryStats, 250, out, nullptr, 0));
     EXPECT_EQ(200u, out.size());
-}
-
-TEST_F(Smbios, CapacityFaultsAndMissingHost)
-{
-    std::vector<unsigned char> out;
-    // Too small for the records: the call fails.
-    EXPECT_NE(0, run(GetMemoryInfo, 3 * SMBIOS_DIMM_RECORD_SIZE - 1, out));
-    EXPECT_NE(0, run(GetBootOrderDevices, SMBIOS_BOOT_ORDER_SIZE - 1, out));
-    // Fault files: empty or "fail" fail the call, "short n" cuts it.
-    const struct {
-        const char* content;
-        int rc;
-        size_t length;
-    } faults[] = {{"", -1, 0}, {"fail\n", -1, 0}, {"short 100\n", 0, 100}, {"short 0", 0, 0}, {"short 9999", 0, 768}};
-    for (const auto& f : faults) {
-        root.writeFile("/var/smbios/faults/GetMemoryInfo", f.content);
-        int rc = run(GetMemoryInfo, 3 * SMBIOS_DIMM_RECORD_SIZE, out);
-        EXPECT_EQ(f.rc == 0, rc == 0) << f.content;
-        if (rc == 0) {
-            EXPECT_EQ(f.length, out.size()) << f.content;
-        }
-        // Other calls are untouched.
-        EXPECT_EQ(0, run(GetCPUItems, 4, out));
-    }
-    root.writeFile("/var/smbios/host.json", "{ not json");
-    EXPECT_NE(0, run(GetSmBiosDataVersion, 1, out));
-    EXPECT_EQ(0, run(GetCPUItems, 4, out));  // no host: no processors
-    EXPECT_EQ(0, out[0]);
 }
 
 }  // namespace
