@@ -39,25 +39,18 @@ TEST(Startup, ListensOnLoopbackAddressOnly)
     }
 }
 
+// A handler library that does not load is skipped and the server starts
+// (the other refusals are the connection manager's unit tests').
 TEST(Startup, BrokenHandlerLibrariesAreSkipped)
 {
-    std::string good = TestRoot::libDir() + "/libtesthandler.so";
-    const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"/no/such/lib.so", "init", " Failed to load library \"/no/such/lib.so\" with error: "},
-        {good, "no_such_entry", " Failed to find entry point \"no_such_entry\" in library \"" + good + "\""},
-    };
-    for (const auto& [lib, entry, message] : cases) {
-        TestRoot root(true);
-        GdsProcess gds(root);
-        gds.setConfig("addHandler=test\n[test]\nlibFile=" + lib + "\nentryPoint=" + entry + "\n");
-        ASSERT_TRUE(gds.start()) << gds.output();
-        // The lines may reach the output file a moment after the ports open.
-        auto printed = [&](const std::string& line) {
-            return waitFor([&] { return gds.output().find(line) != std::string::npos; }, 5);
-        };
-        EXPECT_TRUE(printed(message)) << gds.output();
-        EXPECT_TRUE(printed(" Failed to load handler: " + lib + "\n")) << gds.output();
-        EXPECT_FALSE(root.exists("/tmp/testhandler.loaded"));
+    TestRoot root(true);
+    GdsProcess gds(root);
+    gds.setConfig("addHandler=test\n[test]\nlibFile=/no/such/lib.so\nentryPoint=init\n");
+    ASSERT_TRUE(gds.start()) << gds.output();
+    // The lines may reach the output file a moment after the ports open.
+    for (const char* line :
+         {" Failed to load library \"/no/such/lib.so\" with error: ", " Failed to load handler: /no/such/lib.so\n"}) {
+        EXPECT_TRUE(waitFor([&] { return gds.output().find(line) != std::string::npos; }, 5)) << gds.output();
     }
 }
 
