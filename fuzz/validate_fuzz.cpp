@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string extension = nul == std::string::npos ? ".bin" : raw.substr(nul + 1);
     char* message = nullptr;
     DataAgent::validateFileName(name.c_str(), extension.c_str(), &message);
-    DataAgent::ipv4_conv(&name[0]);
+    std::string address = name;  // read in place
+    DataAgent::ipv4_conv(&address[0]);
     in6_addr address6;
     DataAgent::ipv6_conv(name.c_str(), &address6);
     for (bool password : {false, true}) {
