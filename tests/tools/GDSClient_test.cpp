@@ -1,4 +1,5 @@
-// The client of the data server's request ports: frame bytes, reply reassembly and header checks, reply ends.
+// The client of the data server's request ports: reply reassembly and header checks, reply ends (its
+// frames are what every end-to-end test sends).
 #include "GDSClient.h"
 
 #include <gtest/gtest.h>
@@ -44,16 +45,6 @@ int errorKind(F call)  // the kind of GDSClientError that `call` throws; -1: non
     }
 }
 }  // namespace
-
-TEST(GDSClientFrame, ExactBytes)
-{
-    EXPECT_EQ("\x00\x00\x00\x0f\x01\x00\x00\x7f"s + "BEEFget=sshPort",
-              GDSClient::frameLegacy("get=sshPort", 0x0100007F));
-    // The top byte set: the word goes out as its signed 32-bit value.
-    EXPECT_EQ("\x00\x00\x00\x57"s +
-                  R"({"Magic":"BEEF","Privilege":-16777089,"Command":"g\n","Username":"a","Interface":"web"})",
-              GDSClient::frameNxtGen("g\n", 0xFF00007F, "a", "web"));
-}
 
 TEST(GDSClientReply, ReassemblyHeaderChecksAndEndRules)
 {
