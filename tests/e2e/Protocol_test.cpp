@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
 #include <tuple>
 
 #include "GDSClient.h"
@@ -111,6 +113,14 @@ TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
             EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n",
                       client.readReply().text);
         }
+        // Idle past the point where the connection hands back its buffers and stack pages (100 ms):
+        // the next frame, arriving in two pieces, is read into new ones.
+        const std::string frame = client.frame("get=testEcho(late)");
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        client.sendRaw(frame.substr(0, 6));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        client.sendRaw(frame.substr(6));
+        EXPECT_EQ("<root><testEcho>(late)</testEcho>\n<status>ok</status>\n</root>\n", client.readReply().text);
     }
 }
 
