@@ -129,7 +129,7 @@ public:
     int xmlizeAdapter(FILE* file, GUIDataSocket& socket, const char* element, bool& errorFlag, std::string& errorText,
                       const char* pcCompStr);
     int getAllAdapterDetails(GUIDataSocket& socket);
-    int pcieLinkWidth(char* command, GUIDataSocket& socket);
+    int pcieLinkWidth(bool haveSlot, GUIDataSocket& socket);
     int bootEnabledVnicCount(GUIDataSocket& socket);
     int countISCSIBootVnic(const char* command, GUIDataSocket& socket);
     int getNumOfAdapterDetailForTARQComputeRackUnit(GUIDataSocket& socket);
@@ -179,6 +179,7 @@ protected:
         FILE* stream = nullptr;
         ToolRun run;
         bool open(const char* command);
+        bool open(const ToolRun::Command& command);
         int close();
     };
 

@@ -51,6 +51,10 @@ public:
     // text the connection has sent (at most kBufferSize), so an idle
     // connection does not hold 8 KiB it never used.
     static const int kInitialRequestSize = 256;
+    // A connection that has waited this long for its next request hands
+    // back what its requests grew (releaseIdle): a busy connection never
+    // pays for it, an idle one costs what a new one does.
+    static const int kIdleReleaseMs = 100;
 
     ConnectionHandler(ConnectionManager& manager, GUIDataSocket& socket, bool nxtGenPort);
     ~ConnectionHandler() override;
@@ -102,6 +106,11 @@ private:
     int readFrameBytes(unsigned char* data, int length);
     int readFrameInt(int& value);
     void endFrame();
+    // Between requests, after kIdleReleaseMs without a byte: frees the
+    // read-ahead, reply and scratch buffers and a grown request buffer, and
+    // returns the stack pages below the waiting frame. The next read waits
+    // for the socket to be readable before it takes a buffer again.
+    void releaseIdle();
     // Strips trailing line ends (byte 10) from the request text.
     void trimLineEnds();
     void splitPrivilegeWord(int word);

@@ -35,6 +35,11 @@ public:
     // Threads started and not joined yet (running, or ended and waiting).
     static unsigned long unjoined();
 
+    // On a thread started here: returns the pages of its stack below the
+    // caller's frame (keeping a margin for the calls the caller makes). The
+    // pages come back zeroed at the next touch. Elsewhere: nothing.
+    static void releaseUnusedStack();
+
     // The deepest stack use seen so far, in bytes (resident pages of the
     // stacks of ended threads).
     static size_t deepestUse();

@@ -1,11 +1,13 @@
 // DataHandler: one connection's registry from property name to the agent
 // that serves it, plus user-interface to property-service name mappings.
 // Used only on its connection's thread. Owns every agent registered through
-// addAgent (each deleted once, however many names it has).
+// addAgent (each deleted once, however many names it has); the name table
+// itself may be shared, read-only, with other connections (shareNames).
 #pragma once
 
+#include <cstdint>
 #include <map>
-#include <set>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,11 +28,23 @@ public:
     // Registers `agent` under `name` (a later registration of the name wins,
     // with a warning) and takes ownership of it.
     void addAgent(const char* name, DataAgent* agent);
+    // Registers `name` for an agent that `make` builds on the first request
+    // that names it (the handler then owns it). Names registered with the
+    // same `make` share one agent. A connection pays only for the agents
+    // its requests use.
+    using AgentMaker = DataAgent* (*)(DataHandler& handler);
+    void addAgent(const char* name, AgentMaker make);
     DataAgent* getDataAgentFor(std::string& name);
-    // Every registered name with its agent, sorted by name (read-only), for
-    // tools that list what a connection serves.
+    // Every registered name with its agent, sorted by name: a copy, for
+    // tools that list what a connection serves (it builds every agent).
     using AgentTable = std::vector<std::pair<std::string, DataAgent*>>;
-    const AgentTable& getAgentMap() const { return m_agentMap; }
+    AgentTable getAgentMap();
+    // Called once the handler is built: the name table is swapped for an
+    // equal one another connection already holds (or kept to be shared with
+    // later ones). Every connection of a handler library registers the same
+    // names, so the table is held once per process instead of once per
+    // connection. A later addAgent copies it back first.
+    void shareNames();
     void addPropertyMap(std::string& name, std::string& aimName);
     std::string getAIMPropertyFor(std::string& name);
     ConnectionHandler* getConnectionHandler() { return m_connection; }
@@ -43,12 +57,27 @@ public:
     // (always at least one). 1 on success, 0 for a malformed call.
     int parseFunction(std::string& text, char*& name, std::vector<std::string>& arguments);
 
+    // Sorted names, each with the index of its agent in the handler's
+    // agents (in first-registration order). Immutable once shared.
+    struct NameTable {
+        std::vector<std::string> names;
+        std::vector<uint16_t> agents;
+        bool operator==(const NameTable& other) const { return names == other.names && agents == other.agents; }
+    };
+
 protected:
+    // One agent of the handler: built (agent) or still to be built (make).
+    struct Slot {
+        DataAgent* agent;
+        AgentMaker make;
+    };
+    DataAgent* agentAt(size_t slot);
+    void addName(const char* name, size_t slot);
+
     std::map<std::string, std::string> m_propertyMap;
-    // Sorted by name: every connection holds one, and a sorted vector costs
-    // about half the memory of a map's nodes.
-    AgentTable m_agentMap;
-    std::set<DataAgent*> m_agents;
+    std::shared_ptr<const NameTable> m_names;
+    bool m_namesShared = false;  // m_names may be read by other connections
+    std::vector<Slot> m_agents;  // distinct, in first-registration order; owned
     ConnectionHandler* m_connection;
     AComponentLog m_log;
 };

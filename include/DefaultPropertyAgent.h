@@ -9,7 +9,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
-#include <deque>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -57,5 +57,5 @@ protected:
 
     std::vector<PropertyInfo*> m_requestList;
     std::shared_ptr<const PropertyTable> m_propertyTable;
-    std::deque<PropertyInfo> m_requestEntries;  // what m_requestList points into
+    std::list<PropertyInfo> m_requestEntries;  // what m_requestList points into (empty: no memory)
 };

@@ -1,6 +1,6 @@
 // GUIDataSocket: the client connection as the data server sees it. Reads go
 // through ASocket; replies are cleaned of non-printable bytes, collected in a
-// 1024-byte buffer and sent as framed packets ([N+2][last][0]["BEEF"][data]);
+// 1024-byte buffer (taken at the first write) and sent as framed packets ([N+2][last][0]["BEEF"][data]);
 // the packets of a longer reply leave together (up to 16 KiB per write).
 // Belongs to one connection thread. Owns its two buffers; copies share the
 // descriptor but get fresh buffers; the destructor never closes the
@@ -44,6 +44,10 @@ public:
     void sendResponsePacket(bool last);
     void writeWithHeader(int length, bool last, const char* data);
     bool checkTmpBuffer(int size);
+    // Frees the reply buffer (when nothing is waiting in it) and the scratch
+    // buffer of long elements; the next write takes a new one. A connection
+    // idle between requests holds neither.
+    void releaseBuffers();
     int getReplyLength() const { return m_replyLength; }
 
     // Writes `in` with the five XML escapes into `out`, which must hold
@@ -62,6 +66,7 @@ public:
     void beginReply(int deadlineMs);
 
 private:
+    void reserveReply();
     void sendFormatted(int needed, const char* format, ...) __attribute__((format(printf, 3, 4)));
     // One packet: header, magic and data leave in one gathered write, so a
     // reply never waits on the peer's delayed acknowledgement.

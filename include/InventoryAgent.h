@@ -164,8 +164,6 @@ private:
     std::string m_protocol, m_ipAddress, m_path, m_user, m_password;
     bool m_refresh;
     bool m_upload;
-    std::map<unsigned char, const char*> m_bootDeviceNames;
-    std::map<unsigned char, const char*> m_bootOrderNames;
 
     // Statistics of the current request: allocated only by a request that
     // reads them and released when the next request starts, so a connection

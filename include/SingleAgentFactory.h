@@ -1,6 +1,7 @@
 // SingleAgentFactory: the factory of a handler library that serves one agent
 // class. Each connection's data handler gets its own Agent, registered under
-// every name Names() lists (the handler owns and deletes it). Called on the
+// every name Names() lists and built by the first request that names one
+// (the handler owns and deletes it). Called on the
 // accept thread; the library keeps the factory as a static and it owns nothing.
 #pragma once
 
@@ -16,12 +17,13 @@ public:
 
 private:
     class Handler : public DataHandler {
+        static DataAgent* make(DataHandler& handler) { return new Agent(handler); }
+
     public:
         explicit Handler(ConnectionHandler& connection) : DataHandler(connection)
         {
-            Agent* agent = new Agent(*this);
             for (const char* name : Names()) {
-                addAgent(name, agent);
+                addAgent(name, &make);
             }
         }
     };

@@ -50,6 +50,12 @@ public:
     // dispositions, nothing blocked, standard input from /dev/null (unless
     // redirected), no descriptor above 2, the server's environment.
     bool start(const char* text);
+    // Starts a command built by the caller: its words go to the programs
+    // as they are (no splitting, no quotes), so a value with blanks or
+    // quotes stays one argument. Empty programs are refused.
+    bool start(const Command& command);
+    // One program with its arguments, then `filters` in the server.
+    static Command program(std::vector<std::string> words, std::vector<ToolFilter::Step> filters = {});
     // The output of the last program (after the filters), or null before a
     // successful start. With filters the output is collected first.
     FILE* stream() { return m_stream; }
@@ -61,6 +67,7 @@ public:
     // Runs `text` and appends its whole output to `output`: the exit status,
     // or -1 when it cannot be started.
     static int run(const char* text, std::string& output);
+    static int run(const Command& command, std::string& output);
     // Processes started by this process so far (every program of every run).
     static unsigned long startedCount() { return s_started.load(std::memory_order_relaxed); }
 

@@ -71,12 +71,14 @@ const char kOfferFile[] = "/var/canned/agents";
 const char kNamesFile[] = "/var/canned/names";
 
 class CannedDataHandler : public DataHandler {
+    // Built by the first request for a canned name.
+    static DataAgent* make(DataHandler& handler) { return new FakeDataAgent(handler); }
+
 public:
     CannedDataHandler(ConnectionHandler& connection, const std::vector<std::string>& names) : DataHandler(connection)
     {
-        FakeDataAgent* agent = new FakeDataAgent(*this);
         for (const std::string& name : names) {
-            addAgent(name.c_str(), agent);
+            addAgent(name.c_str(), &make);
         }
     }
 };
@@ -90,7 +92,7 @@ struct Offer {
 
 // Adds one row per agent of `handler` (in first-registration order of its
 // names' map) and records every name it serves that no earlier handler does.
-void collect(const DataHandler& handler, const std::string& source, std::map<std::string, std::string>& servedBy,
+void collect(DataHandler& handler, const std::string& source, std::map<std::string, std::string>& servedBy,
              std::vector<Offer>& offers)
 {
     std::vector<const DataAgent*> agents;

@@ -344,6 +344,12 @@ bool AdapterAgent::Pipe::open(const char* command)
     return stream != nullptr;
 }
 
+bool AdapterAgent::Pipe::open(const ToolRun::Command& command)
+{
+    stream = run.start(command) ? run.stream() : nullptr;
+    return stream != nullptr;
+}
+
 int AdapterAgent::Pipe::close()
 {
     if (stream == nullptr) {

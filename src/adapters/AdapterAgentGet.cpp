@@ -452,11 +452,7 @@ int AdapterAgent::postProcessGet(ConnectionHandler& connection)
             rc = runQuery(command, socket, "AdapterFW", true, false);
             break;
         case kAdapterPcieLinkWidth:
-            command[0] = '\0';
-            if (haveSlot) {
-                BUILD("%s -P %d|grep \"PCIe link width\"|awk -F\":   \" '{print $2}'", cardUtil.c_str(), m_cardIndex);
-            }
-            rc = pcieLinkWidth(command, socket);
+            rc = pcieLinkWidth(haveSlot, socket);
             break;
         case kTarqAdapterFWVerAndStatus:
             BUILD("%s -i %s %s fwlist yaml --detail", mpt, vif, mac);
@@ -603,17 +599,17 @@ int AdapterAgent::queryForGetAdapter(const char* command, GUIDataSocket& socket,
         result = -1;
     }
     if (result == 0) {
-        char description[1024];
-        if (format(description, sizeof description, "%s -l %d|grep description", PlatformRoot::path(kCardUtil).c_str(),
-                   slot) &&
-            tool.open(description)) {
+        // "cardutil -l SLOT | grep description", the grep in the server.
+        const std::string description = PlatformRoot::path(kCardUtil) + " -l " + std::to_string(slot);
+        if (tool.open(ToolRun::program({PlatformRoot::path(kCardUtil), "-l", std::to_string(slot)},
+                                       {{ToolFilter::Step::kGrep, "description"}}))) {
             bool flag = false;
             std::string errorText;
             rc = xmlizeAdapter(tool.stream, socket, element, flag, errorText, kNoData);
             ret = tool.close();
             if (rc != 0 || ret != 0) {
                 log_tlog(1, "AdapterAgentGet.cpp %d: %s::queryBackend(%s) rc %d ret %d\n", __LINE__, kAgent,
-                         description, rc, ret);
+                         description.c_str(), rc, ret);
                 result = -1;
             }
         } else {
@@ -719,13 +715,13 @@ int AdapterAgent::getAllAdapterDetails(GUIDataSocket& socket)
         // The card's own texts go into this command line: they must be
         // plain words too.
         bool plain = plainWord(card.interface) && plainWord(card.mac);
-        char query[1024];
+        // "mptool -i IF MAC vorn_getadapter yaml | grep "product-name" |
+        // awk -F": " '{print $2}'": the tool alone, the filters in the server.
         Pipe tool;
         if (plain && canTalkToCard(slot) &&
-            format(query, sizeof query,
-                   "%s -i %s %s vorn_getadapter yaml|grep \"product-name\"|awk -F\": \" '{print $2}'",
-                   PlatformRoot::path(kFixedMpTool).c_str(), card.interface.c_str(), card.mac.c_str()) &&
-            tool.open(query)) {
+            tool.open(ToolRun::program(
+                {PlatformRoot::path(kFixedMpTool), "-i", card.interface, card.mac, "vorn_getadapter", "yaml"},
+                {{ToolFilter::Step::kGrep, "product-name"}, {ToolFilter::Step::kField, ": ", 2}}))) {
             char line[256];
             if (fgets(line, sizeof line, tool.stream) != nullptr && line[0] != '\0') {
                 line[strlen(line) - 1] = '\0';
@@ -749,11 +745,16 @@ int AdapterAgent::getAllAdapterDetails(GUIDataSocket& socket)
     return 0;
 }
 
-int AdapterAgent::pcieLinkWidth(char* command, GUIDataSocket& socket)
+// "cardutil -P SLOT | grep "PCIe link width" | awk -F":   " '{print $2}'":
+// the card utility alone, the filters in the server.
+int AdapterAgent::pcieLinkWidth(bool haveSlot, GUIDataSocket& socket)
 {
+    const std::string command = PlatformRoot::path(kCardUtil) + " -P " + std::to_string(m_cardIndex);
     Pipe tool;
-    if (!tool.open(command)) {
-        m_log.logError("AdapterAgent::pcieLinkWidth(%s) failed to run\n", command);
+    if (!haveSlot || !tool.open(ToolRun::program(
+                         {PlatformRoot::path(kCardUtil), "-P", std::to_string(m_cardIndex)},
+                         {{ToolFilter::Step::kGrep, "PCIe link width"}, {ToolFilter::Step::kField, ":   ", 2}}))) {
+        m_log.logError("AdapterAgent::pcieLinkWidth(%s) failed to run\n", command.c_str());
         return -1;
     }
     char line[256] = "";
@@ -763,7 +764,7 @@ int AdapterAgent::pcieLinkWidth(char* command, GUIDataSocket& socket)
     int ret = tool.close();
     log_tlog(1, "AdapterAgentGet.cpp %d: PCIe Link Width %s\n", __LINE__, line);
     if (ret != 0) {
-        m_log.logError("AdapterAgent::pcieLinkWidth(%s) ret %d\n", command, ret);
+        m_log.logError("AdapterAgent::pcieLinkWidth(%s) ret %d\n", command.c_str(), ret);
         return -1;
     }
     std::string out = "<adapterPcieLinkWidth>" + xmlText(line) + "</adapterPcieLinkWidth>";

@@ -363,24 +363,25 @@ bool reserve(char*& buffer, size_t& capacity, size_t size, size_t limit)
 
 }  // namespace
 
-// The property tool runs like every other tool: "sender" and "outline" are
-// started directly, piped into each other, and the grep and awk of the line
-// are done in the server (two processes instead of five). The names are the
-// agents' own constants (no request text reaches this line).
+// The property tool's "sender get=NAME | outline | grep NAME | awk '{print $2}'":
+// "sender" and "outline" are started directly, piped into each other, and
+// the grep and awk are done in the server (two processes instead of five).
+// The names are the agents' own constants (no request text reaches this).
 std::string DataAgent::getValue(const char* name)
 {
-    char command[128];
-    snprintf(command, sizeof command, "sender get=%s | outline | grep %s | awk '{print $2}'", name, name);
-    BackendPipe pipe;
-    if (!openBackend(command, pipe)) {
+    ToolRun::Command command = ToolRun::program({"sender", std::string("get=") + name},
+                                                {{ToolFilter::Step::kGrep, name}, {ToolFilter::Step::kField, "", 2}});
+    command.programs.push_back({"outline"});
+    ToolRun tool;
+    if (!tool.start(command)) {
         return "";
     }
     char line[128];
     std::string result;
-    if (fgets(line, sizeof line, pipe.stream) != nullptr) {
+    if (fgets(line, sizeof line, tool.stream()) != nullptr) {
         result = line;
     }
-    closeBackend(pipe);
+    tool.finish();
     return result;
 }
 

@@ -297,7 +297,6 @@ int DefaultPropertyAgent::postProcessGet(ConnectionHandler& connection)
     // back, so an idle connection keeps nothing of the request it answered.
     std::vector<PropertyInfo*>().swap(m_requestList);
     m_requestEntries.clear();
-    m_requestEntries.shrink_to_fit();
     return 1;
 }
 

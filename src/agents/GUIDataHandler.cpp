@@ -10,24 +10,26 @@ GUIDataHandler::GUIDataHandler(ConnectionHandler& connection) : DataHandler(conn
 {
     m_defaultAgent = new DefaultPropertyAgent(*this);
 
-    DataAgent* jnlp = new JNLPDataAgent(*this);
+    // The other built-in agents are built by the first request that names
+    // them: most connections use one or two of them.
+    auto jnlp = [](DataHandler& h) -> DataAgent* { return new JNLPDataAgent(h); };
     for (const char* name :
          {"viewer.jnlp", "bootCapture.jnlp", "crashCapture.jnlp", "vmStart", "genComputeTokens", "kvm.jnlp"}) {
-        addAgent(name, jnlp);
+        addAgent(name, static_cast<AgentMaker>(jnlp));
     }
 
-    DataAgent* video = new videoCaptureAgent(*this);
+    auto video = [](DataHandler& h) -> DataAgent* { return new videoCaptureAgent(h); };
     for (const char* name : {"videoBootCapture", "videoCrashCapture", "crashCaptureTrigger", "bootCaptureEnabled",
                              "bootCaptureStopOnPost", "crashCaptureEnabled"}) {
-        addAgent(name, video);
+        addAgent(name, static_cast<AgentMaker>(video));
     }
 
-    DataAgent* service = new ServiceAgent(*this);
+    auto service = [](DataHandler& h) -> DataAgent* { return new ServiceAgent(h); };
     for (const char* name :
          {"sshEnabled", "sshPort", "sshTimeout", "sshMaxSessions", "webEnabled", "webTimeout", "webHTTPPort",
           "webHTTPSPort", "xmlapiEnabled", "redfishEnabled", "apiEnabled", "hostApiEnabled", "hostApiIP", "hostApiPort",
           "maxApiCallers", "apiEncrypted", "apiHTTPPort", "apiHTTPSPort"}) {
-        addAgent(name, service);
+        addAgent(name, static_cast<AgentMaker>(service));
     }
 }
 
@@ -40,9 +42,9 @@ GUIDataHandler::~GUIDataHandler()
 
 void GUIDataHandler::getPropertyList(std::vector<std::string>& names)
 {
-    for (const auto& entry : m_agentMap) {
-        if (entry.first.find("viewer.jnlp") == std::string::npos) {
-            names.push_back(entry.first);
+    for (const std::string& name : m_names->names) {
+        if (name.find("viewer.jnlp") == std::string::npos) {
+            names.push_back(name);
         }
     }
 }

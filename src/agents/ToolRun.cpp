@@ -411,7 +411,7 @@ pid_t ToolRun::spawn(const std::vector<std::string>& words, int in, int out, boo
 
 bool ToolRun::start(const char* text)
 {
-    if (text == nullptr || m_stream != nullptr || !m_pids.empty()) {
+    if (text == nullptr) {
         return false;
     }
     Command command;
@@ -419,6 +419,19 @@ bool ToolRun::start(const char* text)
     if (!parse(text, command, &error)) {
         log_tlog(4, "ToolRun.cpp %d: command refused (%s): %s\n", __LINE__, error.c_str(), text);
         return false;
+    }
+    return start(command);
+}
+
+bool ToolRun::start(const Command& command)
+{
+    if (m_stream != nullptr || !m_pids.empty() || command.programs.empty()) {
+        return false;
+    }
+    for (const std::vector<std::string>& program : command.programs) {
+        if (program.empty()) {
+            return false;
+        }
     }
     int in = -1;
     if (!command.input.empty()) {
@@ -571,10 +584,31 @@ int ToolRun::finish()
     return status;
 }
 
+ToolRun::Command ToolRun::program(std::vector<std::string> words, std::vector<ToolFilter::Step> filters)
+{
+    Command command;
+    command.programs.push_back(std::move(words));
+    for (const ToolFilter::Step& step : filters) {
+        command.filter.add(step);
+    }
+    return command;
+}
+
 int ToolRun::run(const char* text, std::string& output)
 {
+    Command command;
+    std::string error;
+    if (text == nullptr || !parse(text, command, &error)) {
+        log_tlog(4, "ToolRun.cpp %d: command refused (%s): %s\n", __LINE__, error.c_str(), text ? text : "");
+        return -1;
+    }
+    return run(command, output);
+}
+
+int ToolRun::run(const Command& command, std::string& output)
+{
     ToolRun tool;
-    if (!tool.start(text)) {
+    if (!tool.start(command)) {
         return -1;
     }
     char piece[4096];

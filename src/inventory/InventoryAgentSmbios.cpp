@@ -625,6 +625,27 @@ void InventoryAgent::postUUID(GUIDataSocket& socket)
     socket.writeSimpleElement("UUID", text.c_str());
 }
 
+namespace {
+// The boot device types of the SMBIOS boot order records, with the names the
+// two reply formats give them. A process-wide table: every connection has
+// an inventory agent.
+struct BootDeviceName {
+    unsigned char type;
+    const char* device;
+    const char* order;
+};
+const BootDeviceName kBootDeviceNames[] = {
+    {0, "System", "system-boot-order"},
+    {1, "FDD", "fdd-order"},
+    {2, "HDD", "hdd-order"},
+    {3, "CD/DVD", "cd-order"},
+    {6, "Network Device (PXE)", "network-device-order"},
+    {8, "HDD", "hdd-order"},
+    {16, "Internal EFI Shell", "internal-efi-shell"},
+    {128, "BEV", "bev-order"},
+};
+}  // namespace
+
 void InventoryAgent::postBootOrderDeviceList(GUIDataSocket& socket, bool tarqFormat)
 {
     puts("post:PROP_SMBIOS_BOOT_ORDER_LIST");
@@ -633,13 +654,16 @@ void InventoryAgent::postBootOrderDeviceList(GUIDataSocket& socket, bool tarqFor
     int count = m_bootOrder.size() == SMBIOS_BOOT_ORDER_SIZE ? le32(m_bootOrder.data(), 0) : 0;
     for (int i = 0; i < count && i < SMBIOS_BOOT_MAX_RECORDS; i++) {
         const unsigned char* r = m_bootOrder.data() + 4 + static_cast<size_t>(i) * SMBIOS_BOOT_RECORD_SIZE;
-        auto device = m_bootDeviceNames.find(r[0]);
-        auto order = m_bootOrderNames.find(r[0]);
-        bool known = device != m_bootDeviceNames.end() && r[0] != 0;
+        const BootDeviceName* known = nullptr;
+        for (const BootDeviceName& b : kBootDeviceNames) {
+            if (b.type == r[0] && r[0] != 0) {
+                known = &b;
+            }
+        }
         socket.writeString("<smbiosBootOrder>");
-        socket.writeSimpleElement("name", known ? device->second : "unknown device");
+        socket.writeSimpleElement("name", known != nullptr ? known->device : "unknown device");
         if (tarqFormat) {
-            socket.writeSimpleElement("type", known ? order->second : "unknown-order");
+            socket.writeSimpleElement("type", known != nullptr ? known->order : "unknown-order");
             socket.writeSimpleElement("index", static_cast<unsigned int>(i + 1));
         }
         int devices = r[1] < SMBIOS_BOOT_MAX_DEVICES ? r[1] : SMBIOS_BOOT_MAX_DEVICES;

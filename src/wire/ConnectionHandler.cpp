@@ -1,5 +1,9 @@
 #include "ConnectionHandler.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -118,7 +122,6 @@ ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& 
         requestBuffer[0] = '\0';
         auditUserName = new char[kUserNameSize]();
         auditInterfaceName = new char[kInterfaceNameSize]();
-        m_input = new unsigned char[kInputSize];
         m_guiDataHandler = new GUIDataHandler(*this);
         m_dataHandlers.push_back(m_guiDataHandler);
         m_log.logTrace("Initializing agents for new ConnectionHandler.\n");
@@ -127,6 +130,9 @@ ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& 
             if (handler != nullptr) {
                 m_dataHandlers.push_back(handler);
             }
+        }
+        for (DataHandler* handler : m_dataHandlers) {
+            handler->shareNames();
         }
     } catch (...) {
         releaseAll();
@@ -214,6 +220,11 @@ void ConnectionHandler::run()
     // This thread's log and console lines leave once per request (ALog).
     ALog::collectLines(true);
     m_log.logTrace("ConnectionHandler::run  Call to handler run method.\n");
+    // A wait for the next request ends after kIdleReleaseMs (EAGAIN) so
+    // that the connection can hand back memory; reads inside a frame use
+    // their own deadline (ASocket::read polls).
+    struct timeval idle = {0, kIdleReleaseMs * 1000};
+    setsockopt(m_socket.getDescriptor(), SOL_SOCKET, SO_RCVTIMEO, &idle, sizeof idle);
     try {
         while (!stopRequested) {
             ++requestCount;
@@ -316,7 +327,19 @@ int ConnectionHandler::readFrameBytes(unsigned char* data, int length)
         // small frame takes one read. A long text is read straight into its
         // place.
         bool direct = length - done >= kInputSize;
+        if (!direct && m_input == nullptr) {
+            // New or idle: wait without a buffer, then take one.
+            struct pollfd p = {m_socket.getDescriptor(), POLLIN, 0};
+            if (m_frameBytes == 0 && poll(&p, 1, -1) < 0 && errno != EINTR) {
+                return -1;
+            }
+            m_input = new unsigned char[kInputSize];  // std::bad_alloc ends the connection
+        }
         int n = direct ? m_socket.read(data, done, length - done) : m_socket.read(m_input, 0, kInputSize);
+        if (n < 0 && m_frameBytes == 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            releaseIdle();  // nothing for kIdleReleaseMs between requests
+            continue;
+        }
         if (n <= 0) {
             if (n == 0 && m_frameBytes == 0) {
                 m_cleanClose = true;
@@ -349,6 +372,26 @@ int ConnectionHandler::readFrameInt(int& value)
     value = static_cast<int>((static_cast<unsigned int>(b[0]) << 24) | (static_cast<unsigned int>(b[1]) << 16) |
                              (static_cast<unsigned int>(b[2]) << 8) | b[3]);
     return 0;
+}
+
+void ConnectionHandler::releaseIdle()
+{
+    if (m_inputStart == m_inputEnd) {
+        delete[] m_input;
+        m_input = nullptr;
+        m_inputStart = m_inputEnd = 0;
+    }
+    if (requestCapacity > kInitialRequestSize) {
+        char* smaller = new (std::nothrow) char[kInitialRequestSize];
+        if (smaller != nullptr) {
+            smaller[0] = '\0';
+            delete[] requestBuffer;
+            requestBuffer = smaller;
+            requestCapacity = kInitialRequestSize;
+        }
+    }
+    m_socket.releaseBuffers();
+    ConnectionThreads::releaseUnusedStack();
 }
 
 void ConnectionHandler::endFrame()

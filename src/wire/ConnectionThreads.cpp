@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <new>
@@ -123,10 +124,13 @@ struct Start {
     Stack stack;
 };
 
+thread_local Stack t_stack;  // the stack of this connection thread
+
 void* entry(void* arg)
 {
     Start start = *static_cast<Start*>(arg);
     delete static_cast<Start*>(arg);
+    t_stack = start.stack;
     start.thread->run();  // may delete the object
     Pending before;
     {
@@ -208,6 +212,22 @@ unsigned long ConnectionThreads::unjoined()
 {
     std::lock_guard<std::mutex> lock(state().mutex);
     return state().unjoined;
+}
+
+void ConnectionThreads::releaseUnusedStack()
+{
+    const Stack& stack = t_stack;
+    if (stack.base == nullptr) {
+        return;
+    }
+    // The frames of madvise and its wrapper lie below this one: they keep
+    // a margin of at least 1 KiB that is not released.
+    const uintptr_t here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    const uintptr_t low = reinterpret_cast<uintptr_t>(stack.usable());
+    const uintptr_t end = (here - 1024) & ~static_cast<uintptr_t>(pageSize() - 1);
+    if (here > low + 1024 && end > low) {
+        madvise(stack.usable(), end - low, MADV_DONTNEED);
+    }
 }
 
 size_t ConnectionThreads::deepestUse()

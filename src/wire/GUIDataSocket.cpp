@@ -44,7 +44,7 @@ bool makePrintable(char* data, int length)
 
 GUIDataSocket::GUIDataSocket(int fd, sockaddr_in& peer)
     : ASocket(fd, peer),
-      m_reply(new char[kReplyCapacity]),
+      m_reply(nullptr),
       m_replyCapacity(kReplyCapacity),
       m_replyLength(0),
       m_scratch(nullptr),
@@ -56,7 +56,7 @@ GUIDataSocket::GUIDataSocket(int fd, sockaddr_in& peer)
 
 GUIDataSocket::GUIDataSocket(const GUIDataSocket& other)
     : ASocket(other),
-      m_reply(new char[kReplyCapacity]),
+      m_reply(nullptr),
       m_replyCapacity(kReplyCapacity),
       m_replyLength(0),
       m_scratch(nullptr),
@@ -83,11 +83,33 @@ void GUIDataSocket::flush()
     sendBatch();
 }
 
+void GUIDataSocket::reserveReply()
+{
+    if (m_reply == nullptr) {
+        m_reply = new char[kReplyCapacity];  // std::bad_alloc ends the connection
+    }
+}
+
+void GUIDataSocket::releaseBuffers()
+{
+    if (m_replyLength == 0) {
+        delete[] m_reply;
+        m_reply = nullptr;
+    }
+    delete[] m_scratch;
+    m_scratch = nullptr;
+    m_scratchCapacity = 0;
+    if (m_batch.empty()) {
+        std::string().swap(m_batch);  // a long reply's packets grew it
+    }
+}
+
 void GUIDataSocket::send(const char* data, int length)
 {
     if (data == nullptr || length <= 0) {
         return;
     }
+    reserveReply();
     if (m_log.isEnabled(ALog::kTrace)) {
         m_log.logTrace("GUIDataSocket: send( %.*s, %i )\n", length, data, length);
     }
@@ -119,11 +141,12 @@ void GUIDataSocket::writeString(const char* text)
 void GUIDataSocket::sendResponsePacket(bool last)
 {
     int n = m_replyLength;
+    const char* data = m_reply != nullptr ? m_reply : "";
     if (m_log.isEnabled(ALog::kTrace)) {
-        m_log.logTrace("sending(len=%i):\n %.*s\n", n + 2, n, m_reply);
+        m_log.logTrace("sending(len=%i):\n %.*s\n", n + 2, n, data);
         m_log.flush();
     }
-    writeWithHeader(n, last, m_reply);
+    writeWithHeader(n, last, data);
     m_replyLength = 0;
 }
 
@@ -265,6 +288,7 @@ bool GUIDataSocket::checkTmpBuffer(int size)
 void GUIDataSocket::sendFormatted(int needed, const char* format, ...)
 {
     va_list args;
+    reserveReply();
     // An element that fits in the reply buffer's free room is formatted in
     // place: no copy, and no scratch buffer for most connections. The bytes
     // and the packets are those send() would make.

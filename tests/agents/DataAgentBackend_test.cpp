@@ -201,6 +201,13 @@ TEST(ToolRunTest, SplitsCommandLines)
         EXPECT_EQ(input, command.input) << line;
         EXPECT_EQ(filters == 0, command.filter.empty()) << line;
     }
+    // A command built by the caller keeps its words as given and runs its filters; no program, no run.
+    std::string out;
+    EXPECT_EQ(
+        0, ToolRun::run(ToolRun::program({"printf", "%s\\n", "a 'b' c", "$HOME; x"}, {{ToolFilter::Step::kGrep, "x"}}),
+                        out));
+    EXPECT_EQ("$HOME; x\n", out);
+    EXPECT_EQ(-1, ToolRun::run(ToolRun::Command{}, out));
 }
 
 }  // namespace

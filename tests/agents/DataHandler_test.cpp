@@ -39,6 +39,40 @@ TEST(DataHandler, RegistersOwnsAndDeletesEachAgentOnce)
     EXPECT_EQ(2, g_deleted);
 }
 
+int g_made = 0;
+DataAgent* makeCounting(DataHandler& h)
+{
+    ++g_made;
+    return new CountingAgent(h);
+}
+
+// Agents registered through a maker are built by the first lookup of one of their names, once per
+// handler. Handlers that registered the same names share one table: a later registration on one
+// of them must change only its own.
+TEST(DataHandler, BuildsAgentsOnFirstUseAndKeepsSharedTablesApart)
+{
+    AgentHarness h;
+    g_deleted = g_made = 0;
+    {
+        DataHandler one(h.connection()), two(h.connection());
+        for (DataHandler* d : {&one, &two}) {
+            d->addAgent("x", &makeCounting);
+            d->addAgent("y", &makeCounting);
+            d->shareNames();
+        }
+        EXPECT_EQ(0, g_made);
+        std::string x = "x", y = "y", z = "z";
+        DataAgent* agent = one.getDataAgentFor(x);
+        EXPECT_EQ(agent, one.getDataAgentFor(y));
+        two.addAgent("z", new CountingAgent(two));
+        EXPECT_EQ(nullptr, one.getDataAgentFor(z));
+        EXPECT_NE(nullptr, two.getDataAgentFor(z));
+        EXPECT_NE(agent, two.getDataAgentFor(x));
+        EXPECT_EQ(2, g_made);
+    }
+    EXPECT_EQ(3, g_deleted);
+}
+
 // The property list leaves out the viewer documents. (Unknown names reaching the default agent is
 // what the map-file tests rely on.)
 TEST(DataHandler, PropertyListSkipsViewerNames)

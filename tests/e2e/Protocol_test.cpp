@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
 #include <tuple>
 
 #include "GDSClient.h"
@@ -95,6 +97,31 @@ TEST_F(Protocol, BadFramesAndPeersEndOnlyTheirConnection)
     // One line per refused length (six rows): the blanks behind one are not
     // read as further lengths.
     EXPECT_EQ(6u, occurrences(gds.output(), "Invalid message length of: ")) << gds.output();
+}
+
+TEST_F(Protocol, ManyRequestsOnOneConnectionAnsweredInOrder)
+{
+    for (bool nxtGen : {false, true}) {
+        GDSClient client(gds.options(nxtGen));
+        client.connect();
+        std::string burst;  // sent back to back before reading any reply
+        for (int i = 0; i < 20; ++i) {
+            burst += client.frame("get=testEcho(" + std::to_string(i) + ")");
+        }
+        client.sendRaw(burst);
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_EQ("<root><testEcho>(" + std::to_string(i) + ")</testEcho>\n<status>ok</status>\n</root>\n",
+                      client.readReply().text);
+        }
+        // Idle past the point where the connection hands back its buffers and stack pages (100 ms):
+        // the next frame, arriving in two pieces, is read into new ones.
+        const std::string frame = client.frame("get=testEcho(late)");
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        client.sendRaw(frame.substr(0, 6));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        client.sendRaw(frame.substr(6));
+        EXPECT_EQ("<root><testEcho>(late)</testEcho>\n<status>ok</status>\n</root>\n", client.readReply().text);
+    }
 }
 
 }  // namespace
