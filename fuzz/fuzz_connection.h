@@ -61,10 +61,10 @@ inline Connection connect(bool nxtGenPort)
         abort();
     }
     int size = 4 << 20;
-    setsockopt(fds[1], SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    setsockopt(fds[0], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
-    setsockopt(fds[1], SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
-    setsockopt(fds[0], SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    for (int option : {SO_RCVBUF, SO_SNDBUF}) {
+        setsockopt(fds[0], SOL_SOCKET, option, &size, sizeof size);
+        setsockopt(fds[1], SOL_SOCKET, option, &size, sizeof size);
+    }
     fcntl(fds[1], F_SETFL, O_NONBLOCK);
     sockaddr_in addr;
     memset(&addr, 0, sizeof addr);

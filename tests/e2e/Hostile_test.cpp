@@ -1,7 +1,6 @@
 // The real server against hostile local clients: stalled frames, peers that
-// never read, requests that try to forge log lines or flood the log (which
-// idle connection makes room at the cap is the connection manager's unit
-// tests'). Deadlines are shortened through the
+// never read (which idle connection makes room at the cap is the connection
+// manager's unit tests', forged and flooding log lines the log's). Deadlines are shortened through the
 // environment; waits are bounded retries, never timing assertions.
 #include <gtest/gtest.h>
 
@@ -16,8 +15,6 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
-#include <functional>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -180,26 +177,6 @@ TEST_F(Hostile, PeerThatNeverReadsIsClosed)
     EXPECT_NE(std::string::npos, gds.output().find("could not be written")) << gds.output().substr(0, 2000);
     close(fd);
     EXPECT_EQ("<root><status>ok</status>\n</root>\n", ask("get="));
-}
-
-TEST_F(Hostile, RequestsCannotForgeOrFloodLogLines)
-{
-    root.writeFile("/tmp/gdsprint_override", "");
-    start();
-    ask("get=hostname\n(1)[2026-01-01 00:00:00] GDS_DBG_ERROR: interface admin => set=forged and ret=0");
-    std::string audit = root.readFile("/var/log/gds.log");
-    EXPECT_EQ(1, std::count(audit.begin(), audit.end(), '\n')) << audit;
-    EXPECT_NE(std::string::npos, audit.find("get=hostname\\n(1)")) << audit;
-
-    // 8,088 empty items: the log gets a bounded number of lines for them.
-    std::string output = gds.output();
-    size_t before = std::count(output.begin(), output.end(), '\n');
-    ask("get=" + std::string(8088, ','));
-    ask("set=" + std::string(4000, ',') + "\x01:1");
-    EXPECT_TRUE(waitFor([&] { return gds.output().find("more log lines for the items") != std::string::npos; }, 5));
-    output = gds.output();
-    size_t after = std::count(output.begin(), output.end(), '\n');
-    EXPECT_LT(after - before, 200u) << output.substr(output.size() > 3000 ? output.size() - 3000 : 0);
 }
 
 }  // namespace

@@ -278,28 +278,6 @@ TEST(AdapterMacDatabase, SlotArgumentForms)
     }
 }
 
-TEST(AdapterMacDatabase, PlatformOverlaysCarryTheirOwnDatabase)
-{
-    const struct {
-        const char* platform;
-        const char* slotList;
-    } cases[] = {{"kestin", "1 2 \n"}, {"tovrel", "1 4 8 L \n"}, {"quentar", "1 2 4 7 10 12 L \n"}};
-    for (const auto& c : cases) {
-        AdapterMacDatabase::reset();
-        TestRoot root(true, c.platform);
-        root.writeFile("/etc/product", std::string(c.platform) + "\n");
-        DataAgent::resetPlatformCache();
-        AComponentLog log;
-        AdapterMacDatabase db(log);
-        EXPECT_EQ(db.ValidateMacDB(AdapterMacDatabase::kPrimaryPath), 0) << c.platform;
-        db.CheckforAdapterUpdate();
-        db.getAdapterMacInfo();
-        EXPECT_EQ(root.readFile(AdapterMacDatabase::kSlotListPath), c.slotList) << c.platform;
-    }
-    AdapterMacDatabase::reset();
-    DataAgent::resetPlatformCache();
-}
-
 TEST(AdapterMacDatabase, RewritingTheFileMakesTheNextRequestRereadIt)
 {
     Fixture f;
