@@ -1,5 +1,5 @@
 // The inventory end to end: the simulated hosts' replies (golden), a
-// platform's DIMM ids, the shared cache under several connections, the
+// platform's DIMM ids, the card firmware's cache, the
 // collection and hostile upload arguments over the wire (what the upload
 // sends, the order of the elements and every argument check are the unit
 // tests').
@@ -7,8 +7,6 @@
 
 #include <regex>
 #include <sstream>
-#include <thread>
-#include <vector>
 
 #include "GdsProcess.h"
 #include "RawWire.h"
@@ -81,30 +79,6 @@ TEST_F(InventoryE2E, PlatformNamesItsDimms)
     gds->stop();
     start("wescal");  // no table: every DIMM gets the unknown id
     EXPECT_EQ(8u, occurrences(ask("get=inventoryMemoryDetail"), "<id>999</id>"));
-}
-
-TEST_F(InventoryE2E, ConnectionsShareOneCache)
-{
-    start();
-    // A slow library: both connections ask at once, one fills the cache.
-    std::string host = root->readFile("/var/smbios/host.json");
-    std::string slow = host;
-    slow.replace(slow.find("\"delayMs\": 0"), 12, "\"delayMs\": 50");
-    root->writeFile("/var/smbios/host.json", slow);
-    std::string replies[4];
-    std::vector<std::thread> threads;
-    for (auto& r : replies) {
-        threads.emplace_back([&r, this] { r = ask("get=inventoryMemory,inventoryPCI,inventoryCPU"); });
-    }
-    for (auto& t : threads) {
-        t.join();
-    }
-    for (const auto& r : replies) {
-        EXPECT_EQ(replies[0], r);
-        EXPECT_EQ(12u, occurrences(r, "<DIMM>"));
-    }
-    EXPECT_EQ(1u, occurrences(gds->output(), "cachedSmVersion 0x0, New smVersion: 0x1"));
-    // Keeping and dropping the cache by the data version is the unit tests'.
 }
 
 // The card firmware of a PCI adapter is looked up once: a cached page starts
