@@ -4,9 +4,14 @@
 // agents that abort when request processing calls them out of order.
 #pragma once
 
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "AIMClient.h"
 #include "DataHandler.h"
 #include "StubAgent.h"
 #include "fuzz_connection.h"
@@ -65,22 +70,35 @@ inline void addRecordingAgents(ConnectionHandler& connection)
     connection.getDataHandlers().push_back(handler);
 }
 
+// The server on a copy of the simulated controller, with the console on (so
+// launch documents are served) and a session manager that fails (so its
+// record of issued credentials stays small).
 inline void setUp(const char* name)
 {
     if (fuzzconn::manager == nullptr) {
         fuzzconn::setUp(name, GDS_SIM_ROOT);
+        std::string faults = std::string(getenv("GDS_ROOT")) + "/var/session/faults";
+        mkdir(faults.substr(0, faults.rfind('/')).c_str(), 0755);
+        mkdir(faults.c_str(), 0755);
+        std::ofstream(faults + "/get_temp_credentials") << "5";
+        fuzzconn::manager->getServer().getAIMClient().setProperty("vkvm_bool_enabled", true, true);
     }
 }
 
 // Serves one connection's bytes and checks every answer: at most one packet
 // flagged as last; an ordinary request asked for with the envelope gets one
-// reply flagged as last (launch documents and capture lists have none).
+// reply flagged as last (launch documents and capture lists have none); a
+// launch document's markup is only its own (request values never add an
+// element).
 inline void serveAndCheck(const std::string& bytes, bool nxtGenPort)
 {
     fuzzconn::Connection c = fuzzconn::connect(nxtGenPort);
     addRecordingAgents(*c.handler);
     for (const fuzzconn::Answer& a : fuzzconn::serve(c, bytes)) {
         bool document = a.request.find(".jnlp") != std::string::npos;
+        if (a.text.rfind("<?xml", 0) == 0 && a.text.find("<jnlp ", a.text.find("<jnlp ") + 1) != std::string::npos) {
+            abort();
+        }
         if (a.lastFlags > 1 || (a.rawReply == 0 && !document && (a.lastFlags != 1 || a.text.rfind("<root>", 0) != 0))) {
             abort();
         }
