@@ -39,11 +39,13 @@ public:
     // tools that list what a connection serves (it builds every agent).
     using AgentTable = std::vector<std::pair<std::string, DataAgent*>>;
     AgentTable getAgentMap();
-    // Called once the handler is built: the name table is swapped for an
-    // equal one another connection already holds (or kept to be shared with
-    // later ones). Every connection of a handler library registers the same
-    // names, so the table is held once per process instead of once per
-    // connection. A later addAgent copies it back first.
+    // Called once the handler is built. Every connection of a handler
+    // library registers the same names in the same order, so the name table
+    // is held once per process instead of once per connection: a handler
+    // whose registrations repeat those of a table already in use takes that
+    // table (checking them costs a comparison each, no copy); other tables
+    // are kept to be shared with later connections. A later addAgent
+    // copies the table back first.
     void shareNames();
     void addPropertyMap(std::string& name, std::string& aimName);
     std::string getAIMPropertyFor(std::string& name);
@@ -58,11 +60,13 @@ public:
     int parseFunction(std::string& text, char*& name, std::vector<std::string>& arguments);
 
     // Sorted names, each with the index of its agent in the handler's
-    // agents (in first-registration order). Immutable once shared.
+    // agents (in first-registration order), and the registrations that
+    // made it. Immutable once shared.
     struct NameTable {
         std::vector<std::string> names;
         std::vector<uint16_t> agents;
-        bool operator==(const NameTable& other) const { return names == other.names && agents == other.agents; }
+        std::vector<std::string> order;
+        std::vector<uint16_t> orderSlots;
     };
 
 protected:
@@ -73,10 +77,17 @@ protected:
     };
     DataAgent* agentAt(size_t slot);
     void addName(const char* name, size_t slot);
+    // The table, settled first if the handler is still being built.
+    const NameTable& names();
 
     std::map<std::string, std::string> m_propertyMap;
     std::shared_ptr<const NameTable> m_names;
-    bool m_namesShared = false;  // m_names may be read by other connections
+    // While the registrations repeat those of m_candidate, m_names stays
+    // empty and only m_matched counts them; then the table is this
+    // handler's own until shareNames, and shared (read-only) after it.
+    enum class TableState { kMatching, kOwn, kShared } m_namesState = TableState::kMatching;
+    std::shared_ptr<const NameTable> m_candidate;
+    size_t m_matched = 0;
     std::vector<Slot> m_agents;  // distinct, in first-registration order; owned
     ConnectionHandler* m_connection;
     AComponentLog m_log;

@@ -119,19 +119,18 @@ public:
 
     DataHandler* createDataHandler(ConnectionHandler& connection) override
     {
-        std::vector<std::string> names;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             if (!m_resolved) {
                 resolve(connection);
                 m_resolved = true;
             }
-            names = m_names;
         }
-        if (names.empty()) {
+        // Chosen once above and only read from then on: no copy per connection.
+        if (m_names.empty()) {
             return nullptr;  // the connection skips a factory without a handler
         }
-        return new CannedDataHandler(connection, names);
+        return new CannedDataHandler(connection, m_names);
     }
 
 private:

@@ -17,12 +17,31 @@ std::vector<std::weak_ptr<const DataHandler::NameTable>> g_tables;
 // registers names of its own per connection must not grow the list.
 const size_t kMaxSharedTables = 64;
 
+const std::shared_ptr<const DataHandler::NameTable>& emptyTable()
+{
+    static const std::shared_ptr<const DataHandler::NameTable> empty = std::make_shared<DataHandler::NameTable>();
+    return empty;
+}
+
+// Enters one registration into a table that is not shared.
+void insertName(DataHandler::NameTable& table, const std::string& name, uint16_t slot, AComponentLog& log)
+{
+    auto it = std::lower_bound(table.names.begin(), table.names.end(), name);
+    size_t at = static_cast<size_t>(it - table.names.begin());
+    if (it != table.names.end() && *it == name) {
+        log.logWarning("!!!!!!!!!prop name %s already registered!!!!!!!!! \n", name.c_str());
+        table.agents[at] = slot;
+    } else {
+        table.names.insert(it, name);
+        table.agents.insert(table.agents.begin() + static_cast<std::ptrdiff_t>(at), slot);
+    }
+    table.order.push_back(name);
+    table.orderSlots.push_back(slot);
+}
+
 }  // namespace
 
-DataHandler::DataHandler(ConnectionHandler& connection)
-    : m_names(std::make_shared<NameTable>()), m_connection(&connection), m_log("")
-{
-}
+DataHandler::DataHandler(ConnectionHandler& connection) : m_names(emptyTable()), m_connection(&connection), m_log("") {}
 
 DataHandler::~DataHandler()
 {
@@ -69,24 +88,41 @@ void DataHandler::addName(const char* name, size_t slot)
         m_log.logError("too many agents on one handler, %s not registered\n", name);
         return;
     }
-    // Copy on write: once shared, other connections may be reading the
-    // table. Until then it is this handler's own (made non-const by the
-    // constructor or here), changed in place.
-    if (m_namesShared) {
+    const uint16_t index = static_cast<uint16_t>(slot);
+    if (m_namesState == TableState::kMatching) {
+        if (m_matched == 0) {
+            // The first registration picks the table to compare with.
+            std::lock_guard<std::mutex> lock(g_tablesMutex);
+            for (const auto& weak : g_tables) {
+                std::shared_ptr<const NameTable> held = weak.lock();
+                if (held && !held->order.empty() && held->order[0] == name && held->orderSlots[0] == index) {
+                    m_candidate = std::move(held);
+                    break;
+                }
+            }
+        }
+        const NameTable* c = m_candidate.get();
+        if (c != nullptr && m_matched < c->order.size() && c->orderSlots[m_matched] == index &&
+            c->order[m_matched] == name) {
+            ++m_matched;
+            return;
+        }
+        // A registration of its own: the table is built from the ones that
+        // matched so far, then this one.
+        auto own = std::make_shared<NameTable>();
+        for (size_t i = 0; i < m_matched; ++i) {
+            insertName(*own, c->order[i], c->orderSlots[i], m_log);
+        }
+        m_names = std::move(own);
+        m_candidate.reset();
+        m_namesState = TableState::kOwn;
+    } else if (m_namesState == TableState::kShared) {
+        // Copy on write: other connections may be reading the table.
         m_names = std::make_shared<NameTable>(*m_names);
-        m_namesShared = false;
+        m_namesState = TableState::kOwn;
     }
-    NameTable& table = const_cast<NameTable&>(*m_names);
-    auto it = std::lower_bound(table.names.begin(), table.names.end(), name,
-                               [](const std::string& e, const char* n) { return e < n; });
-    size_t at = static_cast<size_t>(it - table.names.begin());
-    if (it != table.names.end() && *it == name) {
-        m_log.logWarning("!!!!!!!!!prop name %s already registered!!!!!!!!! \n", name);
-        table.agents[at] = static_cast<uint16_t>(slot);
-    } else {
-        table.names.insert(it, name);
-        table.agents.insert(table.agents.begin() + static_cast<std::ptrdiff_t>(at), static_cast<uint16_t>(slot));
-    }
+    // kOwn: made non-const above, changed in place.
+    insertName(const_cast<NameTable&>(*m_names), name, index, m_log);
 }
 
 DataAgent* DataHandler::agentAt(size_t slot)
@@ -100,15 +136,23 @@ DataAgent* DataHandler::agentAt(size_t slot)
 
 void DataHandler::shareNames()
 {
-    if (m_namesShared) {
+    if (m_namesState == TableState::kShared) {
         return;
     }
-    m_namesShared = true;
+    if (m_namesState == TableState::kMatching) {
+        if (m_candidate != nullptr && m_matched == m_candidate->order.size()) {
+            m_names = std::move(m_candidate);
+        }
+        m_candidate.reset();  // no registration at all keeps the empty table
+        m_namesState = TableState::kShared;
+        return;
+    }
+    m_namesState = TableState::kShared;
     std::lock_guard<std::mutex> lock(g_tablesMutex);
     size_t live = 0;
     for (auto& weak : g_tables) {
         std::shared_ptr<const NameTable> held = weak.lock();
-        if (held && *held == *m_names) {
+        if (held && held->order == m_names->order && held->orderSlots == m_names->orderSlots) {
             m_names = std::move(held);
             return;
         }
@@ -122,9 +166,17 @@ void DataHandler::shareNames()
     }
 }
 
+const DataHandler::NameTable& DataHandler::names()
+{
+    if (m_namesState == TableState::kMatching) {
+        shareNames();
+    }
+    return *m_names;
+}
+
 DataAgent* DataHandler::getDataAgentFor(std::string& name)
 {
-    const NameTable& table = *m_names;
+    const NameTable& table = names();
     auto it = std::lower_bound(table.names.begin(), table.names.end(), name);
     if (it == table.names.end() || *it != name) {
         return nullptr;
@@ -134,10 +186,11 @@ DataAgent* DataHandler::getDataAgentFor(std::string& name)
 
 DataHandler::AgentTable DataHandler::getAgentMap()
 {
+    const NameTable& table = names();
     AgentTable copy;
-    copy.reserve(m_names->names.size());
-    for (size_t i = 0; i < m_names->names.size(); ++i) {
-        copy.emplace_back(m_names->names[i], agentAt(m_names->agents[i]));
+    copy.reserve(table.names.size());
+    for (size_t i = 0; i < table.names.size(); ++i) {
+        copy.emplace_back(table.names[i], agentAt(table.agents[i]));
     }
     return copy;
 }

@@ -42,7 +42,7 @@ GUIDataHandler::~GUIDataHandler()
 
 void GUIDataHandler::getPropertyList(std::vector<std::string>& names)
 {
-    for (const std::string& name : m_names->names) {
+    for (const std::string& name : DataHandler::names().names) {
         if (name.find("viewer.jnlp") == std::string::npos) {
             names.push_back(name);
         }

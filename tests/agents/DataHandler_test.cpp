@@ -54,23 +54,26 @@ TEST(DataHandler, BuildsAgentsOnFirstUseAndKeepsSharedTablesApart)
     AgentHarness h;
     g_deleted = g_made = 0;
     {
-        DataHandler one(h.connection()), two(h.connection());
-        for (DataHandler* d : {&one, &two}) {
+        DataHandler one(h.connection()), two(h.connection()), three(h.connection());
+        for (DataHandler* d : {&one, &two, &three}) {
             d->addAgent("x", &makeCounting);
-            d->addAgent("y", &makeCounting);
+            d->addAgent(d == &three ? "q" : "y", &makeCounting);  // three starts like the others, then differs
             d->shareNames();
         }
         EXPECT_EQ(0, g_made);
-        std::string x = "x", y = "y", z = "z";
+        std::string x = "x", y = "y", z = "z", q = "q";
+        EXPECT_EQ(nullptr, three.getDataAgentFor(y));
+        EXPECT_EQ(nullptr, one.getDataAgentFor(q));
         DataAgent* agent = one.getDataAgentFor(x);
         EXPECT_EQ(agent, one.getDataAgentFor(y));
         two.addAgent("z", new CountingAgent(two));
         EXPECT_EQ(nullptr, one.getDataAgentFor(z));
         EXPECT_NE(nullptr, two.getDataAgentFor(z));
         EXPECT_NE(agent, two.getDataAgentFor(x));
-        EXPECT_EQ(2, g_made);
+        EXPECT_NE(nullptr, three.getDataAgentFor(q));
+        EXPECT_EQ(3, g_made);
     }
-    EXPECT_EQ(3, g_deleted);
+    EXPECT_EQ(4, g_deleted);
 }
 
 // The property list leaves out the viewer documents. (Unknown names reaching the default agent is
