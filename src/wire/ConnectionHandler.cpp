@@ -328,7 +328,13 @@ int ConnectionHandler::readFrameBytes(unsigned char* data, int length)
         // place.
         bool direct = length - done >= kInputSize;
         if (!direct && m_input == nullptr) {
-            // New or idle: wait without a buffer, then take one.
+            // New or idle: wait without a buffer, then take one. A closed
+            // socket (after a refused frame) has nothing to wait for: poll
+            // would ignore the descriptor and wait for ever.
+            if (m_socket.getDescriptor() < 0) {
+                errno = EBADF;
+                return -1;
+            }
             struct pollfd p = {m_socket.getDescriptor(), POLLIN, 0};
             if (m_frameBytes == 0 && poll(&p, 1, -1) < 0 && errno != EINTR) {
                 return -1;

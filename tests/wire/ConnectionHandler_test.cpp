@@ -95,7 +95,11 @@ TEST_F(Framing, TextsOfGrowingLengthOnOneConnection)
         ASSERT_NE(nullptr, got);
         EXPECT_EQ(t, got);
     }
+    EXPECT_EQ(nullptr, h->nextRequest());  // the stream ended
+    // A closed socket ends the next read at once, also before any buffer was taken.
+    h = handlerFor("", false);
     h->getSocket().close();
+    EXPECT_EQ(nullptr, h->nextRequest());
 }
 
 TEST_F(Framing, SetAndGetParts)
