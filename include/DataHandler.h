@@ -76,6 +76,7 @@ protected:
         AgentMaker make;
     };
     DataAgent* agentAt(size_t slot);
+    size_t slotOf(const Slot& key);  // its index, added when new
     void addName(const char* name, size_t slot);
     // The table, settled first if the handler is still being built.
     const NameTable& names();

@@ -58,28 +58,29 @@ DataHandler::~DataHandler()
 
 void DataHandler::addAgent(const char* name, DataAgent* agent)
 {
-    if (name == nullptr || agent == nullptr) {
-        return;
+    if (name != nullptr && agent != nullptr) {
+        addName(name, slotOf({agent, nullptr}));
     }
-    auto it = std::find_if(m_agents.begin(), m_agents.end(), [&](const Slot& s) { return s.agent == agent; });
-    if (it == m_agents.end()) {
-        m_agents.push_back({agent, nullptr});
-        it = m_agents.end() - 1;
-    }
-    addName(name, static_cast<size_t>(it - m_agents.begin()));
 }
 
 void DataHandler::addAgent(const char* name, AgentMaker make)
 {
-    if (name == nullptr || make == nullptr) {
-        return;
+    if (name != nullptr && make != nullptr) {
+        addName(name, slotOf({nullptr, make}));
     }
-    auto it = std::find_if(m_agents.begin(), m_agents.end(), [&](const Slot& s) { return s.make == make; });
+}
+
+size_t DataHandler::slotOf(const Slot& key)
+{
+    // An agent made by a maker is known by its maker, a given one by itself.
+    auto it = std::find_if(m_agents.begin(), m_agents.end(), [&](const Slot& s) {
+        return key.make != nullptr ? s.make == key.make : s.make == nullptr && s.agent == key.agent;
+    });
     if (it == m_agents.end()) {
-        m_agents.push_back({nullptr, make});
-        it = m_agents.end() - 1;
+        m_agents.push_back(key);
+        return m_agents.size() - 1;
     }
-    addName(name, static_cast<size_t>(it - m_agents.begin()));
+    return static_cast<size_t>(it - m_agents.begin());
 }
 
 void DataHandler::addName(const char* name, size_t slot)
