@@ -122,6 +122,9 @@ ConnectionHandler::ConnectionHandler(ConnectionManager& manager, GUIDataSocket& 
         requestBuffer[0] = '\0';
         auditUserName = new char[kUserNameSize]();
         auditInterfaceName = new char[kInterfaceNameSize]();
+        // A new connection reads its first frame straight away (no wait for
+        // readability first); it gives the buffer back if it stays idle.
+        m_input = new unsigned char[kInputSize];
         m_guiDataHandler = new GUIDataHandler(*this);
         m_dataHandlers.push_back(m_guiDataHandler);
         m_log.logTrace("Initializing agents for new ConnectionHandler.\n");
@@ -328,7 +331,7 @@ int ConnectionHandler::readFrameBytes(unsigned char* data, int length)
         // place.
         bool direct = length - done >= kInputSize;
         if (!direct && m_input == nullptr) {
-            // New or idle: wait without a buffer, then take one. A closed
+            // Idle: wait without a buffer, then take one. A closed
             // socket (after a refused frame) has nothing to wait for: poll
             // would ignore the descriptor and wait for ever.
             if (m_socket.getDescriptor() < 0) {

@@ -96,7 +96,7 @@ TEST_F(Framing, TextsOfGrowingLengthOnOneConnection)
         EXPECT_EQ(t, got);
     }
     EXPECT_EQ(nullptr, h->nextRequest());  // the stream ended
-    // A closed socket ends the next read at once, also before any buffer was taken.
+    // A closed socket ends the next read at once.
     h = handlerFor("", false);
     h->getSocket().close();
     EXPECT_EQ(nullptr, h->nextRequest());
